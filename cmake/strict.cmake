@@ -1,0 +1,19 @@
+# The compiler flags that every target of this project is built with.
+add_compile_options(
+    -Wall -Wextra -Wpedantic -Wconversion -Werror
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+    $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
+    -fstack-protector-strong
+    # File names in assertions and debug records carry no path of the building machine.
+    -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+
+if(MARLO_SANITIZE)
+    add_compile_options(-fsanitize=${MARLO_SANITIZE} -fno-sanitize-recover=all
+                        -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${MARLO_SANITIZE})
+elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
+    add_compile_options(-D_FORTIFY_SOURCE=2)
+endif()
+
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
