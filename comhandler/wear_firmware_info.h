@@ -10,7 +10,8 @@
 struct wear_firmware_info_t {
     uint32_t first_word;    // not interpreted
     uint32_t kapi_version;  // major in bits 31-24, minor in bits 23-16, patch in bits 15-0
-    char apps_version[100];  // application build; holds "NOFLASH_PSRAM" on the variant without flash
+    char
+        apps_version[100];  // application build; holds "NOFLASH_PSRAM" on the variant without flash
     char dsp_version[100];
     char bt_version[100];
 };

@@ -29,8 +29,6 @@ using glink_error_callback = std::function<void(glink_interface_error error)>;
 
 class glink_interface {
   public:
-    virtual ~glink_interface() = default;
-
     // Stores copies of both callbacks, replacing earlier ones. 0, or -1 on failure.
     virtual int register_cb(glink_data_callback data_cb, glink_error_callback err_cb) = 0;
 
@@ -47,4 +45,6 @@ class glink_interface {
 
     // Ends the reader thread and closes the channel. Never called on the reader thread.
     virtual void disconnect_interface() = 0;
+
+    virtual ~glink_interface() = default;
 };

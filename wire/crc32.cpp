@@ -36,7 +36,9 @@ constexpr Table kTable = make_table();
 
 }  // namespace
 
-uint32_t crc32(std::span<const uint8_t> bytes) { return crc32(bytes, 0); }
+uint32_t crc32(std::span<const uint8_t> bytes) {
+    return crc32(bytes, 0);
+}
 
 uint32_t crc32(std::span<const uint8_t> bytes, uint32_t checksum_so_far) {
     uint32_t remainder = ~checksum_so_far;

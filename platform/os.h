@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <ctime>
+
+// Every system call that a test must be able to make fail, and every wait. Outside platform/,
+// sim/ and tests/ nothing else calls the kernel. Each function has the arguments, the result and
+// the errno of the call that it is named after; all are safe on any thread.
+//
+// Which implementation answers is decided when a program is linked: platform/linux for the
+// daemon, the scripted platform (tests/scripted) for tests.
+namespace os {
+
+// To be called once, by main, before anything logs: makes the log show every priority.
+void initialize();
+
+// Absolute paths are looked up below the root prefix, where one is set (platform/linux/root.h).
+int open(const char* path, int flags);
+int close(int fd);
+ssize_t read(int fd, void* buffer, size_t size);
+ssize_t pread(int fd, void* buffer, size_t size, off_t offset);
+ssize_t write(int fd, const void* buffer, size_t size);
+int fstat(int fd, struct stat* status);
+int poll(struct pollfd* entries, nfds_t count, int timeout_ms);
+int ioctl(int fd, unsigned long request, void* argument);
+int pipe(int ends[2]);
+
+DIR* opendir(const char* path);
+dirent* readdir(DIR* directory);
+int closedir(DIR* directory);
+
+unsigned int sleep(unsigned int seconds);
+int usleep(useconds_t microseconds);
+time_t time();  // wall clock, seconds since the epoch
+
+// Zeroed memory whose addresses all lie below 4 GiB, for what a 32-bit address must name. Null
+// with errno where there is none. `size` is at most a page.
+void* map_below_4gib(size_t size);
+void unmap(void* memory, size_t size);
+
+}  // namespace os
