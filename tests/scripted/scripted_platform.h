@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <poll.h>
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+// The platform that tests link instead of the operating system: files in memory, devices whose
+// answers a test scripts, properties, a clock that only waits move, and one transcript of all
+// that happened, in order. It stands behind platform/os.h, Android's properties, the boot clock
+// and the log.
+namespace scripted {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes bytes_of(const std::string& text);
+
+// What one read or write gives. With `error` set the call fails with it; otherwise a read gives
+// `data` (over several reads where fewer bytes are asked for; 0 bytes where it is empty), and a
+// write takes `accepted` bytes (all of them by default).
+struct Step {
+    Bytes data;
+    int error = 0;
+    size_t accepted = SIZE_MAX;
+    int64_t takes_ns = 0;  // how far the call moves the clock
+};
+
+Step failure(int error);
+
+// A control command as the device saw it: returns the result, or a negated errno.
+using IoctlHandler = std::function<int(unsigned long request, uint32_t* words)>;
+
+// Thrown by a wait once stop_after_sleeps() is used up: the way out of an endless loop.
+struct Stopped {};
+
+class Platform {
+  public:
+    // Contents of the file at `path`, readable from any position; writes to it are recorded only.
+    void file(const std::string& path, const std::string& contents);
+    // An openable device whose reads, writes and polls are scripted.
+    void device(const std::string& path);
+    void remove(const std::string& path);
+    // Entries of a directory: name and type (DT_DIR, DT_LNK, DT_REG).
+    void directory(const std::string& path, std::vector<std::pair<std::string, uint8_t>> entries);
+    // The kind of file that fstat reports (S_IFREG unless set).
+    void file_mode(const std::string& path, unsigned int mode);
+
+    // The next opens of `path` fail with these errors, one each.
+    void fail_opens(const std::string& path, const std::vector<int>& errors);
+    // The descriptor that the next successful open returns.
+    void next_descriptor(int fd);
+    void script_read(const std::string& path, Step step);
+    void script_write(const std::string& path, Step step);
+    // The next poll of a set with this device reports exactly these events for it, once.
+    void script_poll_events(const std::string& path, short events);
+    // The next poll fails with `error`, or times out where it is 0.
+    void script_poll_failure(int error);
+    void fail_next_pipe(int error);
+    void no_low_memory(bool none);
+    // POLLHUP alone from now on, until the device is opened again.
+    void hang_up(const std::string& path);
+    void on_ioctl(IoctlHandler handler);
+    // Called, without any lock, as soon as a packet is written to the device.
+    void on_write(const std::string& path, std::function<void(const Bytes&)> handler);
+    // Called whenever a wait has moved the clock, with the seconds since the start.
+    void on_sleep(std::function<void(int64_t)> handler);
+    void stop_after_sleeps(int count);
+    void property(const std::string& name, const std::string& value);
+
+    // Blocks until every scripted read and event is used up and a poll waits.
+    void wait_until_idle();
+
+    std::string property(const std::string& name);
+    std::vector<Bytes> written(const std::string& path);
+    // Lines of the transcript that begin with one of the prefixes: "open ", "close ", "ioctl ",
+    // "write ", "sleep ", "usleep ", "set ", and log lines as "E ", "I ", "D ", "V ", "F ".
+    std::vector<std::string> transcript(const std::vector<std::string>& prefixes);
+    std::vector<std::string> log();
+    size_t count(const std::string& line);  // lines that contain this text
+    std::set<std::string> log_tags();
+    int64_t now_ns();
+    int open_descriptors();
+    int poll_passes();
+
+    // The calls themselves, for the functions of platform/os.h.
+    int open(const char* path, int flags);
+    int close(int fd);
+    ssize_t read(int fd, void* buffer, size_t size);
+    ssize_t pread(int fd, void* buffer, size_t size, int64_t offset);
+    ssize_t write(int fd, const void* buffer, size_t size);
+    int file_size_and_mode(int fd, int64_t* size, unsigned int* mode);
+    int poll(struct pollfd* entries, size_t count, int timeout_ms);
+    int ioctl(int fd, unsigned long request, void* argument);
+    int pipe(int ends[2]);
+    const std::vector<std::pair<std::string, uint8_t>>* list(const std::string& path);
+    void wait(int64_t nanoseconds, const std::string& line);
+    void set_property(const std::string& name, const std::string& value);
+    void* map_low(size_t size);
+    void note_log(int priority, const char* tag, const char* text);
+
+  private:
+    struct Node {
+        bool is_device = false;
+        Bytes contents;
+        unsigned int mode = 0100644;
+        std::deque<int> open_errors;
+        std::deque<Step> reads;
+        std::deque<Step> writes;
+        std::deque<short> events;
+        std::vector<Bytes> written;
+        std::function<void(const Bytes&)> on_write;
+        bool hung_up = false;
+    };
+    struct Descriptor {
+        std::string path;
+        size_t position = 0;
+    };
+
+    void note(const std::string& line);
+    short events_of(int fd, short wanted);
+    bool anything_pending();
+    ssize_t take_read(Node& node, void* buffer, size_t size);
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::map<std::string, Node> nodes_;
+    std::map<std::string, std::vector<std::pair<std::string, uint8_t>>> directories_;
+    std::map<int, Descriptor> descriptors_;
+    std::map<std::string, std::string> properties_;
+    std::vector<std::string> transcript_;
+    std::set<std::string> tags_;
+    std::deque<int> poll_failures_;
+    IoctlHandler ioctl_handler_;
+    std::function<void(int64_t)> sleep_handler_;
+    int next_descriptor_ = -1;
+    int pipe_error_ = 0;
+    int pipes_ = 0;
+    int waiting_polls_ = 0;
+    int poll_passes_ = 0;
+    int sleeps_left_ = -1;
+    bool no_low_memory_ = false;
+    int64_t now_ns_ = 0;
+};
+
+// The platform of the running test.
+Platform& platform();
+
+// Begins a test: a new, empty platform. No thread of an earlier test may still run.
+void reset_platform();
+
+}  // namespace scripted
