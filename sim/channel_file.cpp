@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/channel_file.h"
+
+#include <poll.h>
+
+#include <cerrno>
+
+namespace sim {
+
+ChannelFile::~ChannelFile() {
+    refuse_held_reads(ENODEV);
+    forget_poller();
+}
+
+void ChannelFile::release() {
+    refuse_held_reads(EBADF);
+    forget_poller();
+    packet_.clear();
+    coprocessor_.close_channel(channel_);
+}
+
+void ChannelFile::read(fuse_req_t request, size_t size, off_t, bool non_blocking) {
+    const HeldRead read = {request, size};
+    if (held_.empty() && answer(read)) return;
+    if (non_blocking) {
+        fuse_reply_err(request, EAGAIN);
+        return;
+    }
+    held_.push_back(read);
+}
+
+void ChannelFile::write(fuse_req_t request, std::span<const char> data) {
+    const auto* bytes = reinterpret_cast<const uint8_t*>(data.data());
+    const int result = coprocessor_.receive(channel_, {bytes, data.size()});
+    if (result < 0) {
+        fuse_reply_err(request, -result);
+    } else {
+        fuse_reply_write(request, static_cast<size_t>(result));
+    }
+}
+
+void ChannelFile::poll(fuse_req_t request, fuse_pollhandle* handle) {
+    if (handle) {
+        forget_poller();
+        poller_ = handle;
+    }
+    fuse_reply_poll(request, events());
+}
+
+void ChannelFile::serve() {
+    std::erase_if(held_, [](const HeldRead& read) {
+        if (!fuse_req_interrupted(read.request)) return false;
+        fuse_reply_err(read.request, EINTR);
+        return true;
+    });
+    while (!held_.empty() && answer(held_.front())) held_.erase(held_.begin());
+    if (poller_ && (events() & (POLLIN | POLLHUP))) {
+        fuse_lowlevel_notify_poll(poller_);
+        forget_poller();
+    }
+}
+
+unsigned ChannelFile::events() const {
+    if (coprocessor_.hung_up(channel_)) return POLLHUP;
+    const bool readable = !packet_.empty() || coprocessor_.readable(channel_);
+    return POLLOUT | (readable ? POLLIN : 0u);
+}
+
+// False: there is nothing to answer with yet.
+bool ChannelFile::answer(const HeldRead& read) {
+    if (coprocessor_.hung_up(channel_)) {
+        fuse_reply_buf(read.request, nullptr, 0);
+        return true;
+    }
+    if (packet_.empty()) {
+        if (!coprocessor_.readable(channel_)) return false;
+        packet_.refill(coprocessor_.take_packet(channel_));
+    }
+    const Bytes piece = packet_.take(read.size);
+    fuse_reply_buf(read.request, reinterpret_cast<const char*>(piece.data()), piece.size());
+    return true;
+}
+
+void ChannelFile::refuse_held_reads(int error) {
+    for (const HeldRead& read : held_) fuse_reply_err(read.request, error);
+    held_.clear();
+}
+
+void ChannelFile::forget_poller() {
+    if (poller_) fuse_pollhandle_destroy(poller_);
+    poller_ = nullptr;
+}
+
+}  // namespace sim

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+// A packet channel of the co-processor as a file: /dev/glink_pkt_marlo_...
+#pragma once
+
+#include <vector>
+
+#include "sim/coprocessor.h"
+#include "sim/file_tree.h"
+#include "sim/packet_cutter.h"
+
+namespace sim {
+
+// One write is one packet. A read is held until there is a packet, unless the descriptor does not
+// block. On a hang-up reads end with 0 and poll reports POLLHUP alone, until the file is closed.
+class ChannelFile : public File {
+  public:
+    ChannelFile(Coprocessor& coprocessor, Channel channel)
+        : File(0660, Access::kStream), coprocessor_(coprocessor), channel_(channel) {}
+    ~ChannelFile() override;
+
+    int open() override { return coprocessor_.open_channel(channel_); }
+    void release() override;
+    void read(fuse_req_t request, size_t size, off_t offset, bool non_blocking) override;
+    void write(fuse_req_t request, std::span<const char> data) override;
+    void poll(fuse_req_t request, fuse_pollhandle* handle) override;
+
+    // Answers held reads and wakes pollers, as far as the co-processor's state now allows. To be
+    // called after everything that can change that state.
+    void serve();
+
+  private:
+    struct HeldRead {
+        fuse_req_t request;
+        size_t size;
+    };
+
+    unsigned events() const;
+    bool answer(const HeldRead& read);
+    void refuse_held_reads(int error);
+    void forget_poller();
+
+    Coprocessor& coprocessor_;
+    Channel channel_;
+    PacketCutter packet_;
+    std::vector<HeldRead> held_;
+    fuse_pollhandle* poller_ = nullptr;
+};
+
+}  // namespace sim

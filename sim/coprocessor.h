@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: Apache-2.0
+// The virtual co-processor: the kernel driver's control device and the firmware behind the packet
+// channels, as a model without threads, descriptors or a clock of its own. It believes nothing that
+// the daemon sends: whatever breaks the rules is a failed check.
+//
+// Not thread-safe: one thread calls it. Observer::event is called from inside the calls below and
+// must not call back into the model.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sim/behaviour.h"
+#include "sim/event.h"
+#include "sim/firmware_bundle.h"
+
+namespace sim {
+
+class Checks;
+class DfuClient;
+
+// The daemon's memory, as the kernel driver reaches it. False: the range is not the daemon's.
+class UserMemory {
+  public:
+    virtual ~UserMemory() = default;
+    virtual bool read(uint32_t address, std::span<uint8_t> into) = 0;
+    virtual bool write(uint32_t address, std::span<const uint8_t> from) = 0;
+};
+
+enum class Channel { kDfu };
+
+struct ImageProgress {
+    uint32_t id;
+    std::string name;
+    uint64_t done;  // bytes written to the flash
+    uint64_t size;
+};
+
+enum class Phase { kIdle, kErase, kImages, kFinished };
+
+const char* phase_name(Phase phase);
+
+struct Status {
+    int boot_mode = kFlashMode;  // the mode set last
+    bool running = false;
+    bool spi_busy = false;
+    std::optional<uint32_t> boot_status;  // the value reported last
+    bool wakelock_held = false;
+    Phase phase = Phase::kIdle;
+    uint64_t erase_done = 0;  // bytes that the host has had erased, of those it is told to
+    uint64_t erase_total = 0;
+    std::vector<ImageProgress> images;  // in the order in which they are asked for
+};
+
+class Coprocessor {
+  public:
+    Coprocessor(Behaviour behaviour, FirmwareBundle firmware, Observer& observer);
+    ~Coprocessor();
+    Coprocessor(const Coprocessor&) = delete;
+    Coprocessor& operator=(const Coprocessor&) = delete;
+
+    // Moves the clock on and does what has become due. Call it before every other call, with the
+    // time of that call; a time before the last one is taken as the last one.
+    void set_time(Time now);
+    // When set_time must be called next if nothing else happens; none: nothing is under way.
+    std::optional<Time> next_deadline() const;
+
+    // One request on the control device. `block`: the 32 bytes of the request, or empty for the
+    // read-only requests, which the kernel hands no input. Result >= 0 (the boot mode for "get boot
+    // mode", else 0) or -errno. The block is never changed: replies go to the memory it points to.
+    int ioctl(uint32_t request, std::span<uint8_t> block, UserMemory& memory);
+
+    // 0, -ENODEV (the co-processor does not run), -EBUSY (already open).
+    int open_channel(Channel channel);
+    void close_channel(Channel channel);
+    // One packet written by the daemon: bytes taken, -EPIPE (hung up) or -EBADF (not open).
+    int receive(Channel channel, std::span<const uint8_t> packet);
+    bool readable(Channel channel) const;
+    // True from the co-processor's reset or unload until the channel is closed.
+    bool hung_up(Channel channel) const;
+    Bytes take_packet(Channel channel);  // the next packet to the daemon; readable() was true
+
+    std::string remoteproc_state() const;  // "running\n" or "offline\n"
+    // The bytes written to /sys/power/wake_lock and wake_unlock, as they came (with the NUL).
+    void write_wake_lock(std::string_view name);
+    void write_wake_unlock(std::string_view name);
+
+    const Status& status() const { return status_; }
+    const FirmwareBundle& firmware() const { return firmware_; }
+    const std::vector<std::string>& failures() const;  // every failed check so far, in words
+    // Compares the flash with the images byte for byte (flash.bin with the platform block patched
+    // where it belongs). False: *why, if not null, names the first difference.
+    bool flash_matches(std::string* why) const;
+
+  private:
+    struct Request;
+
+    int execute(const Request& request, UserMemory& memory);
+    int boot_command(const Request& request);
+    int reset(const Request& request, UserMemory& memory);
+    int query_version(const Request& request, UserMemory& memory);
+    int load();
+    int set_boot_mode(uint32_t mode);
+    int set_boot_status(uint32_t value);
+    void restart();
+    void unload();
+    void start();
+    void emit(EventKind kind, nlohmann::json fields);
+    void emit_state();
+    void write_wake_file(const char* file, std::string_view name, bool hold);
+
+    Behaviour behaviour_;
+    FirmwareBundle firmware_;
+    Observer& observer_;
+    Time now_{0};
+    Status status_;
+    int version_queries_ = 0;
+    int running_mode_ = kFlashMode;  // the mode it was loaded in, while it runs
+    std::unique_ptr<Checks> checks_;
+    std::unique_ptr<DfuClient> dfu_;
+};
+
+}  // namespace sim

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+// The daemon's standard error, line by line.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace sim {
+
+// One line as liblog writes it to standard error: "tag P MM-DD hh:mm:ss  pid  tid text". A line that
+// does not look like that (a sanitizer's report, say) is all text, with priority '?'.
+struct LogLine {
+    char priority = '?';  // V, D, I, W, E, F
+    std::string tag;
+    std::string text;
+};
+
+LogLine parse_log_line(std::string_view line);
+
+// Cuts what arrives in pieces into lines.
+class LineSplitter {
+  public:
+    std::vector<std::string> add(std::string_view piece);
+    std::string rest() { return std::exchange(rest_, {}); }  // what the last newline left over
+
+  private:
+    std::string rest_;
+};
+
+// Control characters replaced by blanks, so that a line stays one line wherever it is shown.
+std::string printable(std::string_view text);
+
+}  // namespace sim

@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: Apache-2.0
+// The scenarios of marlo-sim as a table (scenario_table.cpp), and the judge of a session.
+//
+// How the front end uses it:
+//     const Scenario* scenario = find_scenario(name);
+//     ... makes the root: scenario->start, generated or given firmware ...
+//     FirmwareBundle firmware = FirmwareBundle::load(..., scenario->start.platform);
+//     Behaviour behaviour = behaviour_for(*scenario, firmware);   // then fragment size, rate
+//     Judge judge(*scenario);
+//     Coprocessor model(behaviour, firmware, observer);   // observer hands every event to judge
+//     each time something has happened or a deadline has passed:
+//         while (auto change = judge.take_stimulus()) write the property;
+//         Verdict verdict = judge.verdict(model, now);
+// The judge looks at the order of control commands and property changes. A property is written by
+// another road than a command: on receiving a request, first read the property changes that have
+// arrived and hand them on, then hand the request to the model.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sim/behaviour.h"
+#include "sim/coprocessor.h"
+#include "sim/event.h"
+#include "sim/firmware_bundle.h"
+
+namespace sim {
+
+enum class RunningFirmware { kShipped, kOther };  // beside the version file: the same or not
+
+// How things are when the daemon starts.
+struct Start {
+    std::map<std::string, std::string> properties;
+    PlatformFacts platform;
+    std::string twm_exit = "0\n";  // /sys/class/pmic-lpm/pmic_twm_exit
+    int boot_mode = kFlashMode;
+    bool running = false;
+    RunningFirmware firmware = RunningFirmware::kShipped;
+    std::set<Fault> faults;
+};
+
+struct PropertyChange {
+    std::string name;
+    std::string value;
+};
+
+// One step of the expected course: something that the daemon does, in words, or something that the
+// simulator does when the steps before it are done. The words:
+//   "get boot mode FLASH", "set boot mode HOST", "SPI busy", "SPI free", "load", "unload",
+//   "soft reset", "reset", "query version", "TWM exit", "save dump", "boot status 1"; a command
+//   that the co-processor refuses is followed by " fails" "NAME=VALUE": the property is written
+//   "session begins", "session ends": MG_UPDT_REQ, SESSION_END_RESP accepted
+//   "exit 237", "signal 6": the daemon ends
+struct Step {
+    std::string words;
+    std::optional<PropertyChange> stimulus;
+
+    Step(const char* expected) : words(expected) {}
+    Step(PropertyChange change) : stimulus(std::move(change)) {}
+};
+
+// How things must be at the end. Beyond that the wakelock is never held then.
+struct End {
+    int boot_mode = kFlashMode;
+    bool running = true;
+    bool spi_busy = false;
+    std::optional<uint32_t> boot_status;
+    bool flash_written = false;  // the flash holds the firmware, byte for byte
+};
+
+struct Scenario {
+    std::string name;
+    std::string description;  // one line
+    Start start;
+    std::vector<Step> steps;        // all that happens, in this order and nothing else
+    std::vector<std::string> logs;  // each is part of a line of the daemon's log; in any order
+    End end;
+    // The session is over when for this long nothing has followed the last step.
+    Time settle;
+};
+
+const std::vector<Scenario>& all_scenarios();
+const Scenario* find_scenario(std::string_view name);  // nullptr: no such scenario
+
+// The co-processor that the scenario starts with. Throws FirmwareError if the firmware does not
+// allow the scenario (no version text that could differ).
+Behaviour behaviour_for(const Scenario& scenario, const FirmwareBundle& firmware);
+
+struct Verdict {
+    enum Outcome { kRunning, kPass, kFail };
+    Outcome outcome;
+    std::string why;  // of a failure
+};
+
+class Judge : public Observer {
+  public:
+    explicit Judge(const Scenario& scenario);  // the scenario must outlive the judge
+
+    // Every event of the model, every property change and every kDaemon event of the front end.
+    void event(const Event& event) override;
+
+    // A property that the simulator has to write now. The change that the front end then sees
+    // itself may be handed in as an event or not.
+    std::optional<PropertyChange> take_stimulus();
+
+    Verdict verdict(const Coprocessor& model, Time now) const;
+    // When to ask for the verdict again if nothing happens; none: the daemon has to do something.
+    std::optional<Time> next_deadline() const;
+    // For the message of a time-out: "load, after soft reset".
+    std::string waiting_for() const;
+
+  private:
+    void happened(const std::string& words);
+    bool complete() const { return next_ == scenario_.steps.size() && logs_missing_.empty(); }
+    std::string wrong_end(const Coprocessor& model) const;
+
+    const Scenario& scenario_;
+    size_t next_ = 0;  // index of the step that is expected next
+    std::string last_words_ = "the start";
+    std::vector<std::string> logs_missing_;
+    std::vector<std::string> stimuli_taken_;  // as "NAME=VALUE"
+    std::string failure_;
+    Time last_progress_{0};
+};
+
+}  // namespace sim
