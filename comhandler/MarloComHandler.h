@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "comhandler/wear_firmware_info.h"
+
+// Boot mode of the co-processor as the control device reports it.
+enum MarloBootMode {
+    HOST = 0,   // loaded by the host; the only mode in which firmware can be downloaded
+    FLASH = 1,  // boots from its own flash
+};
+
+// What every command hands to the control device's driver: 32 bytes, little-endian words. Words
+// that a command does not use are 0.
+struct marlo_com_ioctl_req {
+    uint32_t value;  // boot mode, boot status; for the reset the address of the data word
+    uint32_t reserved[4];
+    uint32_t cmd;
+    uint32_t count;         // 1 for the reset, which carries a data word
+    uint32_t reply_buffer;  // address of a wear_firmware_info_t for the version query
+};
+
+static_assert(sizeof(marlo_com_ioctl_req) == 32);
+static_assert(offsetof(marlo_com_ioctl_req, cmd) == 20);
+static_assert(offsetof(marlo_com_ioctl_req, count) == 24);
+static_assert(offsetof(marlo_com_ioctl_req, reply_buffer) == 28);
+
+// The co-processor's control device, "/dev/marlo_com_dev". Each command opens the device, issues
+// one ioctl and closes it again; a busy device is tried for 15 seconds, anything else fails at
+// once. Every failure is logged here. Stateless, so any thread may call any instance.
+class MarloComHandler {
+  public:
+    // The process's instance, made on first use and never destroyed.
+    static MarloComHandler* getInstance();
+
+    // The SPI bus is shared with the co-processor; whoever loads or downloads marks it busy.
+    void marlocomSpiBusy();
+    void marlocomSpiFree();
+
+    void marloReset();
+    void marloSoftReset();
+    void marloTWMexit();
+    void marloUnload();
+
+    // 0 when the co-processor was loaded, in the boot mode set last; otherwise the ioctl's result,
+    // or -1 when the device could not be opened.
+    int marloLoad();
+
+    // 0, or negative on failure.
+    int set_marlo_boot_mode(int mode);
+
+    // The mode as the driver answers it (a MarloBootMode, if it keeps its word), or negative.
+    int get_marlo_boot_mode();
+
+    // Has the driver save a RAM dump. 0, or negative on failure.
+    int cmd_save_aon_dump();
+
+    // 1: the co-processor runs its main firmware, 2: misc-data update started, 3: finished.
+    // 0, or negative on failure.
+    int set_marlo_boot_status(int status);
+
+    // Version of the running firmware, asked for up to 14 times, one second apart, while
+    // "vendor.marlo.boot_complete" is unset or the query fails. Null when the device cannot be
+    // opened or the last query failed; zero-filled when the boot never completed.
+    std::unique_ptr<wear_firmware_info_t> get_current_aon_fw_version();
+};
