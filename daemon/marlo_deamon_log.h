@@ -56,15 +56,20 @@ constexpr android_LogPriority priority_of(log_level statement_class) {
 // MARLO_LOG(error, "open failed with %d", errno): a printf format behind the function's name and
 // the line. Below the level nothing is evaluated; the copy evaluates the arguments once more, and
 // its newline is added even where the format ends in one.
-#define MARLO_LOG(statement_class, format, ...)                                              \
+#define MARLO_LOG(statement_class, format, ...) \
+    MARLO_LOG_FOR(__func__, statement_class, format __VA_OPT__(, ) __VA_ARGS__)
+
+// The same in the name of `function`: for a step of an operation that has a function of its own
+// but logs as the operation that it is part of.
+#define MARLO_LOG_FOR(function, statement_class, format, ...)                                \
     do {                                                                                     \
         if (marlo_deamon_log::get_level() >= marlo_deamon_log::log_level::statement_class) { \
             __android_log_print(                                                             \
                 marlo_deamon_log::priority_of(marlo_deamon_log::log_level::statement_class), \
-                marlo_deamon_log::get_tag(), "%s:%d, " format, __func__,                     \
+                marlo_deamon_log::get_tag(), "%s:%d, " format, function,                     \
                 __LINE__ __VA_OPT__(, ) __VA_ARGS__);                                        \
             if (marlo_deamon_log::get_stderr_logging()) {                                    \
-                fprintf(stderr, "%s:%d, " format "\n", __func__,                             \
+                fprintf(stderr, "%s:%d, " format "\n", function,                             \
                         __LINE__ __VA_OPT__(, ) __VA_ARGS__);                                \
             }                                                                                \
         }                                                                                    \
