@@ -7,11 +7,6 @@
 
 namespace sim {
 
-ChannelFile::~ChannelFile() {
-    refuse_held_reads(ENODEV);
-    forget_poller();
-}
-
 void ChannelFile::release() {
     refuse_held_reads(EBADF);
     forget_poller();
@@ -58,6 +53,11 @@ void ChannelFile::serve() {
         fuse_lowlevel_notify_poll(poller_);
         forget_poller();
     }
+}
+
+void ChannelFile::abandon() {
+    refuse_held_reads(ENODEV);
+    forget_poller();
 }
 
 unsigned ChannelFile::events() const {

@@ -16,7 +16,6 @@ class ChannelFile : public File {
   public:
     ChannelFile(Coprocessor& coprocessor, Channel channel)
         : File(0660, Access::kStream), coprocessor_(coprocessor), channel_(channel) {}
-    ~ChannelFile() override;
 
     int open() override { return coprocessor_.open_channel(channel_); }
     void release() override;
@@ -27,6 +26,8 @@ class ChannelFile : public File {
     // Answers held reads and wakes pollers, as far as the co-processor's state now allows. To be
     // called after everything that can change that state.
     void serve();
+    // Answers what is still held, with an error. To be called before the mount goes.
+    void abandon();
 
   private:
     struct HeldRead {

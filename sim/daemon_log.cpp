@@ -60,7 +60,9 @@ std::vector<std::string> LineSplitter::add(std::string_view piece) {
 std::string printable(std::string_view text) {
     std::string result(text);
     for (char& c : result) {
-        if (static_cast<unsigned char>(c) < ' ' || c == 0x7f) c = ' ';
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20) c = ' ';
+        if (byte > 0x7e) c = '?';
     }
     return result;
 }

@@ -29,7 +29,8 @@ class LineSplitter {
     std::string rest_;
 };
 
-// Control characters replaced by blanks, so that a line stays one line wherever it is shown.
+// Control characters replaced by blanks and all that is not ASCII by question marks: as wide as it is
+// long, and one line wherever it is shown.
 std::string printable(std::string_view text);
 
 }  // namespace sim

@@ -224,12 +224,12 @@ int FuseMount::descriptor() const {
     return fuse_session_fd(session_);
 }
 
-FuseMount::Outcome FuseMount::answer_one() {
+FuseMount::Received FuseMount::receive() {
     const int result = fuse_session_receive_buf(session_, &buffer_);
-    if (result == -EAGAIN || result == -EINTR) return Outcome::kNothingWaiting;
-    if (result <= 0) return Outcome::kUnmounted;
-    fuse_session_process_buf(session_, &buffer_);
-    return Outcome::kAnswered;
+    if (result == -EAGAIN || result == -EINTR) return Received::kNothing;
+    return result > 0 ? Received::kRequest : Received::kUnmounted;
 }
+
+void FuseMount::answer() { fuse_session_process_buf(session_, &buffer_); }
 
 }  // namespace sim

@@ -32,8 +32,11 @@ class FuseMount {
 
     int descriptor() const;  // readable when a request waits
 
-    enum class Outcome { kAnswered, kNothingWaiting, kUnmounted };
-    Outcome answer_one();
+    // Takes one request, if there is one, without waiting. kUnmounted: by somebody else.
+    enum class Received { kRequest, kNothing, kUnmounted };
+    Received receive();
+    // Hands the request that receive() took to its file.
+    void answer();
 
   private:
     const FileTree& tree_;

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/event_text.h"
+
+#include <cstring>
+
+#include "sim/behaviour.h"
+
+namespace sim {
+namespace {
+
+std::string describe_command(const nlohmann::json& fields) {
+    std::string text = "command: " + fields.value("command", "?");
+    const int result = fields.value("result", 0);
+    if (fields.contains("mode")) text += " " + boot_mode_name(fields["mode"].get<int>());
+    if (fields.value("command", "") == "boot status") text += " " + fields["value"].dump();
+    if (result < 0) text += std::string(" fails: ") + std::strerror(-result);
+    return text;
+}
+
+std::string describe_state(const nlohmann::json& fields) {
+    return std::string("co-processor: ") +
+           (fields.value("running", false) ? "running" : "offline") + ", boot mode " +
+           boot_mode_name(fields.value("boot_mode", -1));
+}
+
+std::string describe_phase(const nlohmann::json& fields) {
+    std::string text = "download: " + fields.value("phase", "?");
+    if (fields.contains("image")) text += " " + fields["image"].dump();
+    if (fields.contains("name")) text += " " + fields.value("name", "");
+    return text;
+}
+
+std::optional<std::string> describe_daemon(const nlohmann::json& fields) {
+    if (fields.contains("started")) return "daemon: started";
+    if (fields.contains("exit")) return "daemon: ends with exit status " + fields["exit"].dump();
+    if (fields.contains("signal")) return "daemon: ended by signal " + fields["signal"].dump();
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> describe(const Event& event) {
+    const nlohmann::json& fields = event.fields;
+    switch (event.kind) {
+        case EventKind::kIoctl:
+            return describe_command(fields);
+        case EventKind::kState:
+            return describe_state(fields);
+        case EventKind::kPhase:
+            return describe_phase(fields);
+        case EventKind::kCheck:
+            return "failed check: " + fields.value("failure", "?");
+        case EventKind::kProperty:
+            return "property: " + fields.value("name", "?") + " = " + fields.value("value", "");
+        case EventKind::kDaemon:
+            return describe_daemon(fields);
+        case EventKind::kPacket:
+        case EventKind::kSysfs:
+            break;
+    }
+    return std::nullopt;
+}
+
+}  // namespace sim

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/options.h"
+
+#include <CLI/CLI.hpp>
+
+#include "sim/fuse_mount.h"
+
+namespace fs = std::filesystem;
+
+namespace sim {
+namespace {
+
+// A fragment travels in one packet, behind its header and the three words that describe it.
+constexpr uint32_t kFragmentHeader = 28;
+constexpr uint32_t kLargestFragment = kLargestTransfer - kFragmentHeader;
+constexpr uint64_t kHighestRate = 1'000'000'000'000;  // far above any flash, far below an overflow
+constexpr unsigned kLongestTimeout = 7 * 24 * 3600;   // seconds
+
+// Where an installation has it, else where the build tree has it.
+fs::path default_daemon() {
+    std::error_code ignored;
+    const fs::path here = fs::read_symlink("/proc/self/exe", ignored).parent_path();
+    const fs::path beside = here / "marlo_daemon";
+    return fs::exists(beside, ignored) ? beside : (here / MARLO_SIM_DAEMON).lexically_normal();
+}
+
+void declare(CLI::App& app, Options& options) {
+    app.add_option("SCENARIO", options.scenario, "What happens; --list shows them");
+    app.add_option("--firmware", options.firmware, "Image directory to serve and to judge by")
+        ->check(CLI::ExistingDirectory)
+        ->option_text("DIR");
+    app.add_option("--fragment", options.fragment, "Bytes of an image asked for at a time")
+        ->check(CLI::Range(uint32_t{1}, kLargestFragment))
+        ->option_text("BYTES");
+    app.add_option("--flash-rate", options.flash_rate, "Speed of the flash, in bytes per second")
+        ->check(CLI::Range(uint64_t{1}, kHighestRate))
+        ->option_text("BYTES");
+    app.add_option("--root", options.root, "Directory to use as the daemon's root")
+        ->option_text("DIR");
+    app.add_flag("--keep", options.keep, "Leave the root in place at the end");
+    app.add_option("--daemon", options.daemon, "The daemon")->option_text("PATH");
+    app.add_option("--transcript", options.transcript, "Write what happens, as lines of JSON")
+        ->option_text("FILE");
+    app.add_option("--timeout", options.timeout,
+                   "Fail when nothing has moved on for so long (60; none with --no-daemon)")
+        ->check(CLI::Range(1u, kLongestTimeout))
+        ->option_text("SECONDS");
+    app.add_flag("--list", options.list, "Show the scenarios");
+    app.add_flag("--quiet", options.quiet, "Print the last line only");
+}
+
+}  // namespace
+
+ParsedOptions parse_options(int count, char** arguments) {
+    ParsedOptions parsed;
+    Options& options = parsed.options;
+    options.daemon = default_daemon();
+    bool no_daemon = false;
+    CLI::App app("Runs the daemon against a virtual co-processor and judges it.", "marlo-sim");
+    declare(app, options);
+    app.add_flag("--no-daemon", no_daemon,
+                 "Print the line that starts the daemon, and wait for it");
+    try {
+        app.parse(count, arguments);
+        options.start_daemon = !no_daemon;
+        if (!options.list && options.scenario.empty()) {
+            throw CLI::RequiredError("SCENARIO (see --list)");
+        }
+    } catch (const CLI::ParseError& error) {
+        parsed.exit_status = app.exit(error) == 0 ? 0 : 2;
+    }
+    return parsed;
+}
+
+}  // namespace sim

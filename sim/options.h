@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace sim {
+
+// The command line of marlo-sim.
+struct Options {
+    std::string scenario;
+    std::optional<std::filesystem::path> firmware;
+    std::optional<uint32_t> fragment;    // bytes
+    std::optional<uint64_t> flash_rate;  // bytes per second
+    std::optional<std::filesystem::path> root;
+    bool keep = false;
+    std::filesystem::path daemon;
+    bool start_daemon = true;
+    std::optional<std::filesystem::path> transcript;
+    std::optional<unsigned> timeout;  // seconds
+    bool list = false;
+    bool quiet = false;
+};
+
+// The options, or the status to exit with at once: 0 after --help, 2 after a bad value, which has
+// been reported on standard error by then.
+struct ParsedOptions {
+    Options options;
+    std::optional<int> exit_status;
+};
+ParsedOptions parse_options(int count, char** arguments);
+
+}  // namespace sim

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/plain_output.h"
+
+#include <cstdio>
+
+#include "sim/daemon_log.h"
+#include "sim/event_text.h"
+
+namespace sim {
+namespace {
+
+constexpr size_t kLogLines = 30;  // shown when a session fails: what led to it, on one screen
+
+std::string time_stamp(Time time) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%8.3f  ", std::chrono::duration<double>(time).count());
+    return text;
+}
+
+}  // namespace
+
+void PlainOutput::event(const Event& event) {
+    if (event.fields.contains("line")) {
+        log_.push_back(printable(event.fields["line"].get_ref<const std::string&>()));
+        if (log_.size() > kLogLines) log_.pop_front();
+        return;
+    }
+    // Flushed line by line: somebody may be reading the other end of a pipe.
+    if (const auto text = describe(event)) {
+        out_ << time_stamp(event.time) << printable(*text) << std::endl;
+    }
+}
+
+void PlainOutput::finish(const Status&, Time, const std::vector<std::string>& failures) {
+    if (failures.empty()) return;
+    out_ << "the last lines of the daemon's log:\n";
+    for (const std::string& line : log_) out_ << "    " << line << "\n";
+    out_ << "failed checks:\n";
+    for (const std::string& failure : failures) out_ << "    " << printable(failure) << "\n";
+    out_ << std::flush;
+}
+
+}  // namespace sim
