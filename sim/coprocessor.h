@@ -8,7 +8,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <optional>
 #include <span>
@@ -22,8 +21,9 @@
 
 namespace sim {
 
-class Checks;
 class DfuClient;
+struct ControlRequest;
+class Reporter;
 
 // The daemon's memory, as the kernel driver reaches it. False: the range is not the daemon's.
 class UserMemory {
@@ -99,30 +99,25 @@ class Coprocessor {
     bool flash_matches(std::string* why) const;
 
   private:
-    struct Request;
-
-    int execute(const Request& request, UserMemory& memory);
-    int boot_command(const Request& request);
-    int reset(const Request& request, UserMemory& memory);
-    int query_version(const Request& request, UserMemory& memory);
+    int execute(const ControlRequest& request, UserMemory& memory);
+    int set_spi_busy(bool busy);
+    int reset(uint32_t word_address, UserMemory& memory);
+    int query_version(uint32_t reply_address, UserMemory& memory);
     int load();
+    int unload();
+    int restart();
     int set_boot_mode(uint32_t mode);
     int set_boot_status(uint32_t value);
-    void restart();
-    void unload();
-    void start();
-    void emit(EventKind kind, nlohmann::json fields);
-    void emit_state();
+    bool load_fails() const;
     void write_wake_file(const char* file, std::string_view name, bool hold);
+    void emit_state();
 
     Behaviour behaviour_;
     FirmwareBundle firmware_;
-    Observer& observer_;
-    Time now_{0};
     Status status_;
     int version_queries_ = 0;
-    int running_mode_ = kFlashMode;  // the mode it was loaded in, while it runs
-    std::unique_ptr<Checks> checks_;
+    int running_mode_;  // the mode it was loaded in, while it runs
+    std::unique_ptr<Reporter> reporter_;
     std::unique_ptr<DfuClient> dfu_;
 };
 

@@ -17,10 +17,10 @@ using Time = std::chrono::nanoseconds;
 // The fields of each kind of event. Kinds marked (model) are sent by the model, the others by the
 // front end. All names in `fields` are fixed: transcripts are read by scripts.
 enum class EventKind {
-    kIoctl,     // (model) command, request, cmd, value, result; mode for the boot mode commands
+    kIoctl,     // (model) command, request, cmd, value, result; mode (a text) for the boot modes
     kPacket,    // (model) direction ("to daemon", "from daemon"), channel, length, name and, where
                 // the message has them, image, offset, fragment, size, operation, code, state
-    kState,     // (model) boot_mode, running: after either has changed
+    kState,     // (model) boot_mode, running, spi_busy: after one of them was set
     kPhase,     // (model) phase: "erase", "session begins", "image", "image done",
                 // "session ends"; image and name where there is one
     kCheck,     // (model) failure: one failed check, in words

@@ -18,6 +18,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,13 +34,13 @@ enum class RunningFirmware { kShipped, kOther };  // beside the version file: th
 
 // How things are when the daemon starts.
 struct Start {
-    std::map<std::string, std::string> properties;
-    PlatformFacts platform;
+    std::map<std::string, std::string> properties = {};
+    PlatformFacts platform = {};
     std::string twm_exit = "0\n";  // /sys/class/pmic-lpm/pmic_twm_exit
     int boot_mode = kFlashMode;
     bool running = false;
     RunningFirmware firmware = RunningFirmware::kShipped;
-    std::set<Fault> faults;
+    std::set<Fault> faults = {};
 };
 
 struct PropertyChange {
@@ -56,7 +57,7 @@ struct PropertyChange {
 //   "exit 237", "signal 6": the daemon ends
 struct Step {
     std::string words;
-    std::optional<PropertyChange> stimulus;
+    std::optional<PropertyChange> stimulus = {};
 
     Step(const char* expected) : words(expected) {}
     Step(PropertyChange change) : stimulus(std::move(change)) {}
@@ -67,7 +68,7 @@ struct End {
     int boot_mode = kFlashMode;
     bool running = true;
     bool spi_busy = false;
-    std::optional<uint32_t> boot_status;
+    std::optional<uint32_t> boot_status = {};
     bool flash_written = false;  // the flash holds the firmware, byte for byte
 };
 
@@ -114,6 +115,7 @@ class Judge : public Observer {
 
   private:
     void happened(const std::string& words);
+    void logged(const std::string& line);
     bool complete() const { return next_ == scenario_.steps.size() && logs_missing_.empty(); }
     std::string wrong_end(const Coprocessor& model) const;
 
@@ -123,6 +125,7 @@ class Judge : public Observer {
     std::vector<std::string> logs_missing_;
     std::vector<std::string> stimuli_taken_;  // as "NAME=VALUE"
     std::string failure_;
+    Time now_{0};  // of the last event
     Time last_progress_{0};
 };
 

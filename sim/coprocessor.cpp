@@ -1,0 +1,298 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/coprocessor.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include "sim/control_request.h"
+#include "sim/dfu_client.h"
+#include "sim/reporter.h"
+
+namespace sim {
+
+namespace {
+
+constexpr uint32_t kResetWord = 0x08000000;
+
+// What a log or a transcript can show of bytes that the daemon wrote.
+std::string printable(std::string text) {
+    constexpr size_t kLongest = 60;
+    if (text.size() > kLongest) text.resize(kLongest);
+    for (char& c : text) {
+        if (c < ' ' || c > '~') c = '?';
+    }
+    return text;
+}
+
+// 308 bytes: a word that nobody interprets, the KAPI word, three texts of 100 bytes.
+Bytes version_record(const Versions& versions) {
+    Bytes record = {1, 0, 0, 0};
+    for (int shift = 0; shift < 32; shift += 8) {
+        record.push_back(static_cast<uint8_t>(versions.kapi >> shift));
+    }
+    for (const std::string* text : {&versions.apps, &versions.dsp, &versions.bt}) {
+        constexpr size_t kTextSize = 100;
+        Bytes field(text->begin(), text->end());
+        field.resize(std::min(field.size(), kTextSize - 1));
+        field.resize(kTextSize);
+        record.insert(record.end(), field.begin(), field.end());
+    }
+    return record;
+}
+
+}  // namespace
+
+const char* phase_name(Phase phase) {
+    switch (phase) {
+        case Phase::kIdle:
+            return "idle";
+        case Phase::kErase:
+            return "erase";
+        case Phase::kImages:
+            return "images";
+        case Phase::kFinished:
+            return "finished";
+    }
+    return "?";
+}
+
+Coprocessor::Coprocessor(Behaviour behaviour, FirmwareBundle firmware, Observer& observer)
+    : behaviour_(std::move(behaviour)),
+      firmware_(std::move(firmware)),
+      running_mode_(behaviour_.boot_mode),
+      reporter_(std::make_unique<Reporter>(observer)),
+      dfu_(std::make_unique<DfuClient>(behaviour_, firmware_, *reporter_, status_)) {
+    status_.boot_mode = behaviour_.boot_mode;
+    status_.running = behaviour_.running;
+}
+
+Coprocessor::~Coprocessor() = default;
+
+void Coprocessor::set_time(Time now) {
+    reporter_->set_time(now);
+    dfu_->clock_moved();
+}
+
+std::optional<Time> Coprocessor::next_deadline() const {
+    return dfu_->next_deadline();
+}
+
+const std::vector<std::string>& Coprocessor::failures() const {
+    return reporter_->failures();
+}
+
+bool Coprocessor::flash_matches(std::string* why) const {
+    return dfu_->flash_matches(why);
+}
+
+std::string Coprocessor::remoteproc_state() const {
+    return status_.running ? "running\n" : "offline\n";
+}
+
+void Coprocessor::emit_state() {
+    reporter_->emit(EventKind::kState, {{"boot_mode", boot_mode_name(status_.boot_mode)},
+                                        {"running", status_.running},
+                                        {"spi_busy", status_.spi_busy}});
+}
+
+int Coprocessor::ioctl(uint32_t number, std::span<uint8_t> block, UserMemory& memory) {
+    const ControlRequest request = ControlRequest::decode(number, block);
+    const std::string error = request.error();
+    int result = -EINVAL;
+    if (error.empty()) {
+        result = execute(request, memory);
+    } else {
+        reporter_->fail(error);
+    }
+    nlohmann::json fields = request.describe();
+    fields["result"] = result;
+    if (request.command == Command::kGetBootMode) fields["mode"] = boot_mode_name(result);
+    reporter_->emit(EventKind::kIoctl, std::move(fields));
+    return result;
+}
+
+int Coprocessor::execute(const ControlRequest& request, UserMemory& memory) {
+    switch (request.command) {
+        case Command::kSpiFree:
+            return set_spi_busy(false);
+        case Command::kSpiBusy:
+            return set_spi_busy(true);
+        case Command::kReset:
+            return reset(request.value(), memory);
+        case Command::kVersion:
+            return query_version(request.reply_address(), memory);
+        case Command::kSoftReset:
+            return restart();
+        case Command::kLoad:
+            return load();
+        case Command::kUnload:
+            return unload();
+        case Command::kSetBootMode:
+            return set_boot_mode(request.value());
+        case Command::kGetBootMode:
+            return status_.boot_mode;
+        case Command::kBootStatus:
+            return set_boot_status(request.value());
+        case Command::kTwmExit:
+        case Command::kSaveDump:
+            return 0;
+        case Command::kUnknown:
+            break;
+    }
+    return -EINVAL;
+}
+
+int Coprocessor::set_spi_busy(bool busy) {
+    status_.spi_busy = busy;
+    emit_state();
+    return 0;
+}
+
+int Coprocessor::reset(uint32_t word_address, UserMemory& memory) {
+    std::array<uint8_t, 4> bytes{};
+    if (!memory.read(word_address, bytes)) {
+        reporter_->fail("reset: the data word's address " + dfu::hex(word_address) +
+                        " is not the daemon's memory");
+        return -EFAULT;
+    }
+    const uint32_t word = dfu::word_at(bytes, 0);
+    if (word != kResetWord) {
+        reporter_->fail("reset: data word expected " + dfu::hex(kResetWord) + ", got " +
+                        dfu::hex(word));
+        return -EINVAL;
+    }
+    return restart();
+}
+
+int Coprocessor::query_version(uint32_t reply_address, UserMemory& memory) {
+    ++version_queries_;
+    if (!status_.running) return -EIO;
+    if (behaviour_.has(Fault::kVersionQueryFails) &&
+        version_queries_ <= behaviour_.version_failures) {
+        return -EIO;
+    }
+    if (!memory.write(reply_address, version_record(behaviour_.versions))) {
+        reporter_->fail("query version: the reply's address " + dfu::hex(reply_address) +
+                        " is not the daemon's memory");
+        return -EFAULT;
+    }
+    return 0;
+}
+
+bool Coprocessor::load_fails() const {
+    if (behaviour_.has(Fault::kLoadFails)) return true;
+    if (status_.boot_mode != kFlashMode) return false;
+    if (behaviour_.has(Fault::kFlashLoadFails)) return true;
+    return behaviour_.has(Fault::kFlashFirmwareDamaged) && !dfu_->finished_once();
+}
+
+int Coprocessor::load() {
+    if (!status_.spi_busy) reporter_->fail("load while the SPI bus is not marked busy");
+    if (load_fails()) return -EIO;
+    if (!status_.running) running_mode_ = status_.boot_mode;
+    status_.running = true;
+    emit_state();
+    return 0;
+}
+
+int Coprocessor::unload() {
+    dfu_->hang_up();
+    status_.running = false;
+    emit_state();
+    return 0;
+}
+
+// A running co-processor comes up again by itself, in the boot mode set last; one that does not run
+// stays off.
+int Coprocessor::restart() {
+    if (!status_.running) return 0;
+    dfu_->hang_up();
+    running_mode_ = status_.boot_mode;
+    emit_state();
+    return 0;
+}
+
+int Coprocessor::set_boot_mode(uint32_t mode) {
+    if (mode != kHostMode && mode != kFlashMode) {
+        reporter_->fail("set boot mode: mode expected 0 or 1, got " + std::to_string(mode));
+        return -EINVAL;
+    }
+    status_.boot_mode = static_cast<int>(mode);
+    emit_state();
+    return 0;
+}
+
+int Coprocessor::set_boot_status(uint32_t value) {
+    if (value < 1 || value > 3) {
+        reporter_->fail("boot status: expected 1 to 3, got " + std::to_string(value));
+        return -EINVAL;
+    }
+    status_.boot_status = value;
+    return 0;
+}
+
+int Coprocessor::open_channel(Channel) {
+    if (!status_.running) return -ENODEV;
+    return dfu_->open();
+}
+
+void Coprocessor::close_channel(Channel) {
+    dfu_->close();
+}
+
+int Coprocessor::receive(Channel, std::span<const uint8_t> packet) {
+    if (!dfu_->is_open()) return -EBADF;
+    if (dfu_->hung_up()) return -EPIPE;
+    if (!status_.wakelock_held) {
+        reporter_->fail("packet of " + std::to_string(packet.size()) +
+                        " bytes written without the wakelock");
+    }
+    if (running_mode_ != kHostMode) {
+        reporter_->fail("download packet in boot mode " + boot_mode_name(running_mode_));
+    } else {
+        dfu_->receive(packet);
+    }
+    return static_cast<int>(packet.size());
+}
+
+bool Coprocessor::readable(Channel) const {
+    return dfu_->readable();
+}
+
+bool Coprocessor::hung_up(Channel) const {
+    return dfu_->hung_up();
+}
+
+Bytes Coprocessor::take_packet(Channel) {
+    return dfu_->take_packet();
+}
+
+void Coprocessor::write_wake_lock(std::string_view name) {
+    write_wake_file("wake_lock", name, true);
+}
+
+void Coprocessor::write_wake_unlock(std::string_view name) {
+    write_wake_file("wake_unlock", name, false);
+}
+
+void Coprocessor::write_wake_file(const char* file, std::string_view name, bool hold) {
+    // The daemon writes the name with its terminating NUL.
+    constexpr std::string_view kName{"MARLODAEMON_WAKEUP", 19};
+    const std::string text(name.substr(0, name.find('\0')));
+    reporter_->emit(EventKind::kSysfs, {{"file", file}, {"text", printable(text)}});
+    if (name != kName) {
+        reporter_->fail(std::string(file) +
+                        ": expected MARLODAEMON_WAKEUP and a NUL (19 bytes), got " +
+                        std::to_string(name.size()) + " bytes \"" + printable(text) + "\"");
+        return;
+    }
+    if (status_.wakelock_held == hold) {
+        reporter_->fail(std::string(file) +
+                        (hold ? ": the wakelock is held already" : ": the wakelock is not held"));
+    }
+    status_.wakelock_held = hold;
+}
+
+}  // namespace sim

@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/dfu_client.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace sim {
+
+using dfu::hex;
+using dfu::kHeaderSize;
+using dfu::message_name;
+using dfu::word_at;
+
+DfuClient::DfuClient(const Behaviour& behaviour, const FirmwareBundle& firmware, Reporter& reporter,
+                     Status& status)
+    : behaviour_(behaviour),
+      firmware_(firmware),
+      reporter_(reporter),
+      status_(status),
+      range_requested_(firmware.erase_ranges.size(), false) {
+    status_.erase_total = firmware.bytes_to_erase();
+    for (const Image& image : firmware.images) {
+        status_.images.push_back({image.id, image.name, 0, image.data.size()});
+    }
+}
+
+int DfuClient::open() {
+    if (open_) return -EBUSY;
+    open_ = true;
+    // A host that opens the channel begins from the start or asks for the state.
+    next_erase_ = 0;
+    return 0;
+}
+
+void DfuClient::close() {
+    open_ = false;
+    hung_up_ = false;
+    outbox_.clear();
+}
+
+void DfuClient::hang_up() {
+    if (!open_) return;
+    hung_up_ = true;
+    finish_work();
+    outbox_.clear();
+}
+
+Bytes DfuClient::take_packet() {
+    Bytes packet = std::move(outbox_.front());
+    outbox_.pop_front();
+    return packet;
+}
+
+void DfuClient::receive(std::span<const uint8_t> packet) {
+    nlohmann::json fields = dfu::describe(packet);
+    fields["direction"] = "from daemon";
+    fields["channel"] = "dfu";
+    reporter_.emit(EventKind::kPacket, std::move(fields));
+    const std::string error = dfu::header_error(packet);
+    if (!error.empty()) {
+        reporter_.fail(error);
+        return;
+    }
+    const uint32_t id = word_at(packet, 0);
+    if (work_) {
+        reporter_.fail(message_name(id) + " while the one before is not answered yet");
+        return;
+    }
+    switch (id) {
+        case dfu::kSpecialRequest:
+            return special_request(packet);
+        case dfu::kUpdateRequest:
+            return update_request(packet);
+        case dfu::kInfoResponse:
+            return info_response(packet);
+        case dfu::kOffsetResponse:
+            return offset_response(packet);
+        case dfu::kSessionEndResponse:
+            return session_end_response(packet);
+        default:
+            reporter_.fail(message_name(id) + " is no message of the host");
+    }
+}
+
+// True if the packet has this length and these payload words; a difference is a failed check.
+bool DfuClient::check_words(std::span<const uint8_t> packet, size_t length,
+                            std::initializer_list<uint32_t> words) {
+    const std::string name = message_name(word_at(packet, 0));
+    if (packet.size() != length) {
+        reporter_.fail(name + ": length expected " + std::to_string(length) + ", got " +
+                       std::to_string(packet.size()));
+        return false;
+    }
+    size_t at = kHeaderSize;
+    for (uint32_t word : words) {
+        if (word_at(packet, at) != word) {
+            reporter_.fail(name + ": word at " + std::to_string(at) + " expected " + hex(word) +
+                           ", got " + hex(word_at(packet, at)));
+            return false;
+        }
+        at += 4;
+    }
+    return true;
+}
+
+void DfuClient::send(std::initializer_list<uint32_t> payload, uint32_t id) {
+    if (!open_ || hung_up_) return;
+    outbox_.push_back(dfu::make_packet(id, payload));
+    nlohmann::json fields = dfu::describe(outbox_.back());
+    fields["direction"] = "to daemon";
+    fields["channel"] = "dfu";
+    reporter_.emit(EventKind::kPacket, std::move(fields));
+}
+
+void DfuClient::work(uint64_t bytes, bool erasing, std::function<void()> done) {
+    Time duration{0};
+    if (behaviour_.flash_rate != 0) {
+        const double seconds =
+            static_cast<double>(bytes) / static_cast<double>(behaviour_.flash_rate);
+        duration = std::chrono::duration_cast<Time>(std::chrono::duration<double>(seconds));
+    }
+    const Time now = reporter_.now();
+    const uint64_t erased = status_.erase_done;
+    work_ = Work{now, now + duration, erased, erasing ? erased + bytes : erased, std::move(done)};
+    if (duration == Time::zero()) finish_work();
+}
+
+void DfuClient::finish_work() {
+    if (!work_) return;
+    const Work finished = *std::exchange(work_, std::nullopt);
+    status_.erase_done = finished.erased_after;
+    finished.done();
+}
+
+void DfuClient::clock_moved() {
+    if (!work_) return;
+    if (work_->due <= reporter_.now()) return finish_work();
+    const double part = static_cast<double>((reporter_.now() - work_->start).count()) /
+                        static_cast<double>((work_->due - work_->start).count());
+    const uint64_t bytes = work_->erased_after - work_->erased_before;
+    status_.erase_done =
+        work_->erased_before + static_cast<uint64_t>(part * static_cast<double>(bytes));
+}
+
+std::optional<Time> DfuClient::next_deadline() const {
+    if (!work_) return {};
+    return work_->due;
+}
+
+}  // namespace sim

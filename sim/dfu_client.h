@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: Apache-2.0
+// The co-processor's side of a firmware download: it has its flash erased, asks for image after
+// image, writes them, and checks every message of the host on the way.
+//
+// The course: erase requests (one per range that the host is told to erase, in the table's order),
+// state query, MG_UPDT_REQ; then the co-processor leads: IMG_INFO_REQ, IMG_OFFSET_REQ until the
+// image is complete, IMG_UPDT_END_REQ, the next image; at last SESSION_END_REQ. A host that lost
+// the channel asks for the state and answers the request that the state names.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "sim/coprocessor.h"
+#include "sim/dfu_packet.h"
+#include "sim/flash.h"
+#include "sim/reporter.h"
+
+namespace sim {
+
+class DfuClient {
+  public:
+    // All of them must outlive the client; it writes the progress into `status`.
+    DfuClient(const Behaviour& behaviour, const FirmwareBundle& firmware, Reporter& reporter,
+              Status& status);
+
+    int open();    // 0 or -EBUSY
+    void close();  // what has not been read is lost
+    // The co-processor stops: an open channel is dead until it is closed and opened again. The
+    // download stays where it is.
+    void hang_up();
+    bool is_open() const { return open_; }
+    bool hung_up() const { return hung_up_; }
+
+    void receive(std::span<const uint8_t> packet);
+    bool readable() const { return !outbox_.empty(); }
+    Bytes take_packet();
+
+    // Does what has become due by the reporter's time.
+    void clock_moved();
+    std::optional<Time> next_deadline() const;
+
+    bool finished_once() const { return finished_once_; }
+    bool flash_matches(std::string* why) const;
+
+  private:
+    // The request whose answer is outstanding.
+    struct Request {
+        uint32_t id;  // kInfoRequest, kOffsetRequest, kSessionEndRequest; 0: none
+        uint32_t image = 0;
+        uint32_t offset = 0;
+        uint32_t length = 0;
+    };
+    // Something that takes its time at the flash rate.
+    struct Work {
+        Time start;
+        Time due;
+        uint64_t erased_before;  // bytes erased in all, before and after the work
+        uint64_t erased_after;
+        std::function<void()> done;
+    };
+
+    void send(std::initializer_list<uint32_t> payload, uint32_t id);
+    void ask(const Request& request);
+    void work(uint64_t bytes, bool erasing, std::function<void()> done);
+    void finish_work();
+
+    void special_request(std::span<const uint8_t> packet);
+    void erase(uint32_t start, uint32_t size);
+    bool erase_is_expected(uint32_t start, uint32_t size);
+    void begin_anew();
+    void answer_state();
+    void update_request(std::span<const uint8_t> packet);
+    bool answers_request(std::span<const uint8_t> packet, uint32_t request_id);
+    void info_response(std::span<const uint8_t> packet);
+    void offset_response(std::span<const uint8_t> packet);
+    void session_end_response(std::span<const uint8_t> packet);
+
+    void begin_image();
+    void erase_own_ranges(const Image& image);
+    void next_fragment();
+    void write_fragment(std::span<const uint8_t> data);
+    const Image& image() const { return firmware_.images[image_index_]; }
+    Flash& bank(const Image& image);
+    bool check_words(std::span<const uint8_t> packet, size_t length,
+                     std::initializer_list<uint32_t> words);
+
+    const Behaviour& behaviour_;
+    const FirmwareBundle& firmware_;
+    Reporter& reporter_;
+    Status& status_;
+
+    bool open_ = false;
+    bool hung_up_ = false;
+    std::deque<Bytes> outbox_;
+    std::optional<Work> work_;
+
+    size_t next_erase_ = 0;              // index of the range that the host must have erased next
+    std::vector<bool> range_requested_;  // per range: the host has asked for it in this download
+    bool init_reported_ = false;         // the host may start the update
+    Request outstanding_{0};
+    size_t image_index_ = 0;
+    bool finished_once_ = false;
+
+    Flash flash_;             // the partitions of the table
+    Flash flash_image_bank_;  // where flash.bin goes: the table does not tell
+    Flash partition_1_bank_;  // where partition_1.bin goes
+};
+
+}  // namespace sim

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+// The special operations: the erase of the partitions and the state query.
+#include <algorithm>
+
+#include "sim/dfu_client.h"
+
+namespace sim {
+
+using dfu::hex;
+using dfu::kHeaderSize;
+using dfu::word_at;
+
+namespace {
+
+constexpr uint32_t kSuccess = 0;
+constexpr uint32_t kFailure = 1;
+
+std::string range_words(uint32_t start, uint32_t size) {
+    return "offset " + hex(start) + " length " + hex(size);
+}
+
+}  // namespace
+
+void DfuClient::special_request(std::span<const uint8_t> packet) {
+    const uint32_t operation = word_at(packet, kHeaderSize);
+    if (operation == dfu::kEraseOperation) {
+        if (check_words(packet, 28, {operation})) {
+            erase(word_at(packet, 20), word_at(packet, 24));
+        }
+    } else if (operation == dfu::kStateOperation) {
+        if (check_words(packet, 28, {operation, 0, 0})) answer_state();
+    } else {
+        reporter_.fail("DFU_SPCL_OPERATION_REQ: operation expected 0 or 1, got " +
+                       std::to_string(operation));
+    }
+}
+
+// The ranges are asked for in the order of the table, each once.
+bool DfuClient::erase_is_expected(uint32_t start, uint32_t size) {
+    const auto& ranges = firmware_.erase_ranges;
+    const std::string got = "erase of " + range_words(start, size);
+    if (next_erase_ == ranges.size()) {
+        reporter_.fail(got + ", but the table names no " + (ranges.empty() ? "" : "further ") +
+                       "range to erase");
+        return false;
+    }
+    const EraseRange& range = ranges[next_erase_];
+    if (range.offset == start && range.size == size) return true;
+    reporter_.fail(got + ": expected partition " + range.name + ", " +
+                   range_words(range.offset, range.size));
+    return false;
+}
+
+// The host erases from the first range on: what was under way is given up.
+void DfuClient::begin_anew() {
+    std::fill(range_requested_.begin(), range_requested_.end(), false);
+    outstanding_ = {0};
+    status_.erase_done = 0;
+    status_.phase = Phase::kErase;
+    for (ImageProgress& image : status_.images) image.done = 0;
+    reporter_.emit(EventKind::kPhase, {{"phase", "erase"}});
+}
+
+void DfuClient::erase(uint32_t start, uint32_t size) {
+    init_reported_ = false;
+    if (!erase_is_expected(start, size)) {
+        send({dfu::kEraseOperation, kFailure, 0, 0, 0, 0, 0}, dfu::kSpecialResponse);
+        return;
+    }
+    if (next_erase_ == 0) begin_anew();
+    range_requested_[next_erase_++] = true;
+    work(size, true, [this, start, size] {
+        const bool fails = behaviour_.has(Fault::kEraseFails);
+        if (!fails) flash_.erase(start, size);
+        send({dfu::kEraseOperation, fails ? kFailure : kSuccess, 0, 0, 0, 0, 0},
+             dfu::kSpecialResponse);
+    });
+}
+
+void DfuClient::answer_state() {
+    uint32_t state = dfu::kInit;
+    if (outstanding_.id == dfu::kInfoRequest) state = dfu::kInfo;
+    if (outstanding_.id == dfu::kOffsetRequest) state = dfu::kOffset;
+    if (outstanding_.id == dfu::kSessionEndRequest) state = dfu::kSessionEnd;
+    init_reported_ = state == dfu::kInit;
+    send({dfu::kStateOperation, kSuccess, 0, state, outstanding_.image, outstanding_.offset,
+          outstanding_.length},
+         dfu::kSpecialResponse);
+}
+
+}  // namespace sim

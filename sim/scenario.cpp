@@ -1,0 +1,186 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/scenario.h"
+
+#include <algorithm>
+
+namespace sim {
+
+namespace {
+
+// A text that holds the shipped one as a running version does, or one that does not.
+std::string running_version(const std::string& shipped, RunningFirmware firmware) {
+    if (firmware == RunningFirmware::kShipped) return shipped + "-RUNNING";
+    // Leaves out the first character: cannot hold a text that is one character longer.
+    return shipped.empty() ? "" : shipped.substr(1);
+}
+
+// The words of a control command, boot mode, status and failure included.
+std::string command_words(const nlohmann::json& fields) {
+    std::string words = fields.at("command");
+    if (fields.contains("mode")) words += " " + fields.at("mode").get<std::string>();
+    if (words == "boot status") words += " " + std::to_string(fields.at("value").get<uint32_t>());
+    if (fields.at("result").get<int>() < 0) words += " fails";
+    return words;
+}
+
+std::string property_words(const nlohmann::json& fields) {
+    return fields.at("name").get<std::string>() + "=" + fields.at("value").get<std::string>();
+}
+
+std::string running_words(bool running) {
+    return running ? "running" : "offline";
+}
+
+std::string busy_words(bool busy) {
+    return busy ? "busy" : "free";
+}
+
+std::string status_words(std::optional<uint32_t> status) {
+    return status ? std::to_string(*status) : "none";
+}
+
+std::string differs(const char* what, const std::string& expected, const std::string& got) {
+    return "at the end " + std::string(what) + " expected " + expected + ", got " + got;
+}
+
+}  // namespace
+
+Behaviour behaviour_for(const Scenario& scenario, const FirmwareBundle& firmware) {
+    constexpr size_t kLongestVersion = 99;
+    const ShippedVersions& shipped = firmware.versions;
+    const RunningFirmware which = scenario.start.firmware;
+    Behaviour behaviour;
+    behaviour.boot_mode = scenario.start.boot_mode;
+    behaviour.running = scenario.start.running;
+    behaviour.faults = scenario.start.faults;
+    behaviour.versions.apps = running_version(shipped.apps, which);
+    behaviour.versions.dsp = running_version(shipped.dsp, RunningFirmware::kShipped);
+    behaviour.versions.bt = running_version(shipped.bt, RunningFirmware::kShipped);
+    if (which == RunningFirmware::kOther && shipped.apps.empty()) {
+        throw FirmwareError("the version file names no apps_cochip: scenario " + scenario.name +
+                            " needs one that differs from the running version");
+    }
+    for (const std::string* text : {&shipped.apps, &shipped.dsp, &shipped.bt}) {
+        if (text->size() > kLongestVersion) {
+            throw FirmwareError("the version file's text \"" + text->substr(0, 20) +
+                                "...\" is longer than the co-processor can report (99 bytes)");
+        }
+    }
+    return behaviour;
+}
+
+Judge::Judge(const Scenario& scenario) : scenario_(scenario), logs_missing_(scenario.logs) {}
+
+void Judge::event(const Event& event) {
+    const nlohmann::json& fields = event.fields;
+    now_ = event.time;
+    switch (event.kind) {
+        case EventKind::kIoctl:
+            return happened(command_words(fields));
+        case EventKind::kProperty: {
+            const std::string words = property_words(fields);
+            const auto& taken = stimuli_taken_;
+            if (std::find(taken.begin(), taken.end(), words) == taken.end()) happened(words);
+            return;
+        }
+        case EventKind::kPhase: {
+            const std::string phase = fields.at("phase");
+            if (phase.starts_with("session ")) happened(phase);
+            return;
+        }
+        case EventKind::kDaemon:
+            if (fields.contains("line")) logged(fields.at("line"));
+            if (fields.contains("exit")) happened("exit " + fields.at("exit").dump());
+            if (fields.contains("signal")) happened("signal " + fields.at("signal").dump());
+            return;
+        case EventKind::kPacket:
+        case EventKind::kState:
+        case EventKind::kSysfs:
+        case EventKind::kCheck:
+            return;
+    }
+}
+
+void Judge::happened(const std::string& words) {
+    last_progress_ = now_;
+    if (!failure_.empty()) return;
+    if (next_ == scenario_.steps.size()) {
+        failure_ = "expected nothing after " + last_words_ + ", got " + words;
+        return;
+    }
+    const Step& step = scenario_.steps[next_];
+    if (step.stimulus || step.words != words) {
+        failure_ = "expected " + waiting_for() + "; got " + words;
+        return;
+    }
+    ++next_;
+    last_words_ = words;
+}
+
+void Judge::logged(const std::string& line) {
+    const auto found =
+        std::find_if(logs_missing_.begin(), logs_missing_.end(),
+                     [&line](const std::string& log) { return line.find(log) != line.npos; });
+    if (found == logs_missing_.end()) return;
+    logs_missing_.erase(found);
+    last_progress_ = now_;
+}
+
+std::optional<PropertyChange> Judge::take_stimulus() {
+    if (next_ == scenario_.steps.size() || !scenario_.steps[next_].stimulus) return {};
+    const PropertyChange change = *scenario_.steps[next_++].stimulus;
+    stimuli_taken_.push_back(change.name + "=" + change.value);
+    last_words_ = stimuli_taken_.back();
+    return change;
+}
+
+std::string Judge::waiting_for() const {
+    if (next_ < scenario_.steps.size()) {
+        const Step& step = scenario_.steps[next_];
+        const std::string words =
+            step.stimulus ? "nothing before " + step.stimulus->name + "=" + step.stimulus->value
+                          : step.words;
+        return words + " after " + last_words_;
+    }
+    if (!logs_missing_.empty()) return "the log line \"" + logs_missing_.front() + "\"";
+    return "nothing after " + last_words_;
+}
+
+Verdict Judge::verdict(const Coprocessor& model, Time now) const {
+    if (!model.failures().empty()) return {Verdict::kFail, model.failures().front()};
+    if (!failure_.empty()) return {Verdict::kFail, failure_};
+    if (!complete() || now < last_progress_ + scenario_.settle) return {Verdict::kRunning, ""};
+    const std::string wrong = wrong_end(model);
+    if (!wrong.empty()) return {Verdict::kFail, wrong};
+    return {Verdict::kPass, ""};
+}
+
+std::optional<Time> Judge::next_deadline() const {
+    if (!complete() || !failure_.empty()) return {};
+    return last_progress_ + scenario_.settle;
+}
+
+std::string Judge::wrong_end(const Coprocessor& model) const {
+    const Status& status = model.status();
+    const End& end = scenario_.end;
+    if (status.boot_mode != end.boot_mode) {
+        return differs("boot mode", boot_mode_name(end.boot_mode),
+                       boot_mode_name(status.boot_mode));
+    }
+    if (status.running != end.running) {
+        return differs("co-processor", running_words(end.running), running_words(status.running));
+    }
+    if (status.spi_busy != end.spi_busy) {
+        return differs("SPI bus", busy_words(end.spi_busy), busy_words(status.spi_busy));
+    }
+    if (status.boot_status != end.boot_status) {
+        return differs("boot status", status_words(end.boot_status),
+                       status_words(status.boot_status));
+    }
+    if (status.wakelock_held) return "at the end the wakelock is still held";
+    std::string why;
+    if (end.flash_written && !model.flash_matches(&why)) return why;
+    return "";
+}
+
+}  // namespace sim

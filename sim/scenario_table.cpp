@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+// To add a scenario: add a row to all_scenarios(). A new property, file or fault that it starts
+// with belongs to Start, a new word of a step to Judge::event.
+#include <chrono>
+#include <initializer_list>
+
+#include "sim/scenario.h"
+
+namespace sim {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+using Steps = std::vector<Step>;
+
+constexpr const char* kPresence = "ro.vendor.zt_aon_presence";
+constexpr const char* kUpdateDone = "persist.vendor.zt_aon.dfu_update";
+constexpr const char* kReset = "vendor.marlo_reset";
+
+// Longer than the period in which the daemon looks at its reset property, so that a command too
+// many shows.
+constexpr Time kSettle = 1300ms;
+
+const std::map<std::string, std::string> kNewDevice = {{kPresence, "1"}};
+const std::map<std::string, std::string> kUpdatedBefore = {{kPresence, "1"}, {kUpdateDone, "1"}};
+
+Steps course(std::initializer_list<Steps> parts) {
+    Steps steps;
+    for (const Steps& part : parts) steps.insert(steps.end(), part.begin(), part.end());
+    return steps;
+}
+
+const Steps kAskFlash = {"get boot mode FLASH"};
+const Steps kAskHost = {"get boot mode HOST"};
+const Steps kLoad = {"SPI busy", "load", "SPI free"};
+const Steps kLoadFails = {"SPI busy", "load fails"};
+const Steps kBootComplete = {"vendor.marlo.boot_complete=1", "query version"};
+const Steps kReportReady = {"boot status 1"};
+const Steps kSwitchToHost = {"set boot mode HOST", "unload", "SPI busy", "soft reset", "load"};
+const Steps kDownload = {"session begins", "persist.vendor.zt_aon.dfu_update=0", "session ends",
+                         "persist.vendor.zt_aon.dfu_update=1"};
+const Steps kSwitchToFlash = {
+    "set boot mode FLASH",          "unload",   "SPI busy",     "soft reset", "load",
+    "vendor.marlo.boot_complete=1", "SPI free", "boot status 1"};
+const Steps kUpdate = course({kSwitchToHost, kDownload, kSwitchToFlash});
+const Steps kFlashBoot = course({kAskFlash, kLoad, kAskFlash, kBootComplete, kReportReady});
+
+const End kRunsFlash = {.boot_status = 1};
+const End kRunsNewFlash = {.boot_status = 1, .flash_written = true};
+const End kNeverStarted = {.running = false};
+
+std::vector<Scenario> make_scenarios() {
+    return {
+        {.name = "update",
+         .description = "never updated before: download, then FLASH mode",
+         .start = {.properties = kNewDevice},
+         .steps = course({kAskFlash, kUpdate}),
+         .logs = {"zt_aon.dfu_update is 0, do fW_update",
+                  "### Marlo Firmware Update finished. ###"},
+         .end = kRunsNewFlash,
+         .settle = kSettle},
+        {.name = "current",
+         .description = "updated before and the versions match: no download",
+         .start = {.properties = kUpdatedBefore},
+         .steps = kFlashBoot,
+         .logs = {"Marlo firmware versions are MATHCHED, skip fw_update"},
+         .end = kRunsFlash,
+         .settle = kSettle},
+        {.name = "mismatch",
+         .description = "already running, updated before, other versions: download",
+         .start = {.properties = kUpdatedBefore,
+                   .running = true,
+                   .firmware = RunningFirmware::kOther},
+         .steps = course({kAskFlash, kAskFlash, kBootComplete, kUpdate}),
+         .logs = {"Version mis-match, switch2HOST, do fW_update"},
+         .end = kRunsNewFlash,
+         .settle = kSettle},
+        {.name = "host",
+         .description = "boots in HOST mode by itself: no download",
+         .start = {.properties = kNewDevice, .boot_mode = kHostMode},
+         .steps = course({kAskHost, kLoad, kAskHost, kBootComplete, kReportReady}),
+         .logs = {"Marlo boot complete in HOST Mode!"},
+         .end = {.boot_mode = kHostMode, .boot_status = 1},
+         .settle = kSettle},
+        {.name = "fallback",
+         .description = "the firmware in flash does not load: HOST mode, download, FLASH mode",
+         .start = {.properties = kUpdatedBefore, .faults = {Fault::kFlashFirmwareDamaged}},
+         .steps = course(
+             {kAskFlash,
+              kLoadFails,
+              kAskFlash,
+              {"set boot mode HOST", "reset", "load", "vendor.marlo.boot_complete=1", "SPI free"},
+              kDownload,
+              kSwitchToFlash}),
+         .logs = {"Fallback: Marlo boot complete in Host Mode, try DFU"},
+         .end = kRunsNewFlash,
+         .settle = kSettle},
+        {.name = "boot-failure",
+         .description = "loads neither in FLASH nor in HOST mode",
+         .start = {.properties = kUpdatedBefore, .faults = {Fault::kLoadFails}},
+         .steps = course(
+             {kAskFlash, kLoadFails, kAskFlash, {"set boot mode HOST", "reset", "load fails"}}),
+         .logs = {"Marlo boot fail even on fallback to host from flash"},
+         .end = {.boot_mode = kHostMode, .running = false, .spi_busy = true},
+         .settle = kSettle},
+        {.name = "unsupported",
+         .description = "platform subtype 1: the co-processor is left alone",
+         .start = {.properties = kNewDevice, .platform = {.platform_subtype = "1\n"}},
+         .steps = {},
+         .logs = {"platform subtype: -19 is not supported, skip marlo PIL"},
+         .end = kNeverStarted,
+         .settle = kSettle},
+        {.name = "twm-exit",
+         .description = "the power chip reports a TWM exit: dump saved, then a normal boot",
+         .start = {.properties = kUpdatedBefore, .twm_exit = "1\n"},
+         .steps = course({{"persist.vendor.ssr.enable_ramdumps=1", "TWM exit", "save dump",
+                           "persist.vendor.ssr.enable_ramdumps=0"},
+                          kFlashBoot}),
+         .logs = {"TWM/RTOS exit,PIL will save dump only if it is crash"},
+         .end = kRunsFlash,
+         .settle = kSettle},
+        {.name = "reset",
+         .description = "after the boot somebody asks for a reset: exactly one",
+         .start = {.properties = kUpdatedBefore},
+         .steps =
+             course({kFlashBoot, {PropertyChange{kReset, "1"}, "reset", "vendor.marlo_reset=0"}}),
+         .logs = {"***** Marlo Reset Start *****"},
+         .end = kRunsFlash,
+         .settle = 2300ms},
+        {.name = "absent",
+         .description = "no co-processor: the daemon ends with -19",
+         .start = {.properties = {{kPresence, "0"}}},
+         .steps = {"exit 237"},
+         .logs = {"ZT AON not present: Do not perform PIL"},
+         .end = kNeverStarted,
+         .settle = 0ms},
+    };
+}
+
+}  // namespace
+
+const std::vector<Scenario>& all_scenarios() {
+    static const std::vector<Scenario> scenarios = make_scenarios();
+    return scenarios;
+}
+
+const Scenario* find_scenario(std::string_view name) {
+    for (const Scenario& scenario : all_scenarios()) {
+        if (scenario.name == name) return &scenario;
+    }
+    return nullptr;
+}
+
+}  // namespace sim
