@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: Apache-2.0
+// Loads the images that a session serves: those of the partition table, and two fixed ones.
+#include <new>
+#include <utility>
+
+#include "daemon/marlo_deamon_log.h"
+#include "fwupdater/image_file.h"
+#include "fwupdater/marlo_fw_updater.h"
+
+namespace {
+
+constexpr int32_t kFlashImageId = 1;
+constexpr int32_t kPartition1ImageId = 2;
+
+std::optional<PartitionTable> load_partition_table(const std::string& path) {
+    const std::optional<std::vector<uint8_t>> xml = read_regular_file(path);
+    if (!xml) {
+        return std::nullopt;
+    }
+    try {
+        return parse_partition_table(*xml);
+    } catch (const std::bad_alloc&) {
+        MARLO_LOG(error, "no memory for the elements of %s", path.c_str());
+        return std::nullopt;
+    }
+}
+
+void log_boot_loader_offset(const PartitionTable& table) {
+    if (table.has_mbr) {
+        MARLO_LOG(debug, "mbr_Element is Not NULL");
+    }
+    if (table.boot_loader_offset) {
+        MARLO_LOG(debug, "PartitionSBLOffsetElement is Not NULL");
+        MARLO_LOG(debug, "tbx_elf_offset : %d", *table.boot_loader_offset);
+    }
+}
+
+void log_partition(const PartitionElement& element) {
+    if (element.offset) {
+        MARLO_LOG(debug, "Offset : %d", *element.offset);
+    }
+    if (element.img_id) {
+        MARLO_LOG(debug, "Img ID : %d", *element.img_id);
+    }
+    if (element.partition_name) {
+        MARLO_LOG(debug, "partition Name : %s", element.partition_name->c_str());
+    }
+    if (element.image_path) {
+        MARLO_LOG(debug, "Img Path : %s", element.image_path->c_str());
+    }
+    if (element.size) {
+        MARLO_LOG(debug, "Img Size from xml: %d", *element.size);
+    }
+    if (element.part_type) {
+        MARLO_LOG(debug, "isErasable from xml: %d", *element.part_type);
+    }
+}
+
+void store_image(marlo_fw_resource& resource, const char* shown_name, std::vector<uint8_t> data) {
+    resource.data = std::move(data);
+    resource.size = static_cast<uint32_t>(resource.data.size());
+    MARLO_LOG(debug, "firmware %s resource Size : %d", shown_name, static_cast<int>(resource.size));
+}
+
+}  // namespace
+
+uint32_t marlo_fw_updater::parsePartitionAndSaveFw(const std::string& path) {
+    const std::optional<PartitionTable> table = load_partition_table(path);
+    if (!table) {
+        MARLO_LOG(error, "XML Config File Not Opened");
+        return 0;
+    }
+    MARLO_LOG(debug, "XML Config File Opened");
+    if (table->has_root) {
+        MARLO_LOG(debug, "rootElement Not NULL");
+        log_boot_loader_offset(*table);
+        tbx_elf_offset = table->boot_loader_offset.value_or(tbx_elf_offset);
+        if (!table->has_bank) {
+            MARLO_LOG(debug, "bank_1_node is NULL");
+            return 0;
+        }
+    }
+    if (table->has_table) {
+        MARLO_LOG(debug, "partitionTableElement Not NULL");
+        load_partitions(*table);
+    }
+    std::vector<uint8_t> flash = readFile("./flash.bin");
+    updatePlatformInfo(flash, getPlatformInfo());
+    append_fixed_image(kFlashImageId, "flash_IMAGE", "flash.bin", std::move(flash));
+    append_fixed_image(kPartition1ImageId, "partition_1_IMAGE", "partition_1.bin",
+                       readFile("./partition_1.bin"));
+    MARLO_LOG(debug, "Partition XML Parsing Done.");
+    return 1;
+}
+
+void marlo_fw_updater::load_partitions(const PartitionTable& table) {
+    if (table.no_of_partitions) {
+        MARLO_LOG(debug, "no_of_partitions : %s", table.no_of_partitions->c_str());
+    }
+    PartitionValues values;
+    for (const PartitionElement& element : table.partitions) {
+        log_partition(element);
+        values.carry_over(element);
+        auto resource = std::make_shared<marlo_fw_resource>();
+        resource->img_id = values.img_id;
+        resource->offset = values.offset;
+        resource->partition_name = values.partition_name;
+        resource->xml_size = values.xml_size;
+        resource->isErasable = values.is_erasable;
+        if (!values.image_path.empty()) {
+            resource->image_path = values.image_path;
+            store_image(*resource, values.partition_name.c_str(), readFile(values.image_path));
+        }
+        fw_resources.append(std::move(resource));
+    }
+}
+
+void marlo_fw_updater::append_fixed_image(int32_t img_id, const char* name, const char* file,
+                                          std::vector<uint8_t> data) {
+    auto resource = std::make_shared<marlo_fw_resource>();
+    resource->img_id = img_id;
+    resource->partition_name = name;
+    resource->image_path = name;
+    store_image(*resource, file, std::move(data));
+    fw_resources.append(std::move(resource));
+}
+
+std::vector<uint8_t> marlo_fw_updater::readFile(const std::string& path) {
+    const std::string full_path = fw_image_dir + path;
+    MARLO_LOG(debug, "readFile Path : %s", full_path.c_str());
+    std::optional<std::vector<uint8_t>> bytes = read_regular_file(full_path);
+    if (!bytes) {
+        MARLO_LOG(error, "File open failed : %s", full_path.c_str());
+        return {};
+    }
+    return *std::move(bytes);
+}
+
+bool marlo_fw_updater::checkForFlashbin() {
+    const ResourceList::Resource flash = fw_resources.find(kFlashImageId);
+    if (flash == nullptr) {
+        return false;
+    }
+    if (flash->size == 0) {
+        MARLO_LOG(debug, "flash.bin file is not found");
+        return false;
+    }
+    return true;
+}
+
+int marlo_fw_updater::truncateFwResources() {
+    fw_resources.clear();
+    return 0;
+}

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+// Whether the firmware that runs is the firmware that ships.
+#include <cstring>
+#include <new>
+#include <string_view>
+
+#include "daemon/marlo_deamon_log.h"
+#include "fwupdater/image_file.h"
+#include "fwupdater/marlo_fw_updater.h"
+
+namespace {
+
+// The second is read only where the first cannot be opened.
+constexpr const char* kVersionFiles[] = {"/vendor/firmware_mnt/image/tbx7700_ver_info.txt",
+                                         "/vendor/firmware_mnt/verinfo/ver_info.txt"};
+
+template <size_t kSize>
+std::string_view text_of(const char (&field)[kSize]) {
+    return {field, strnlen(field, kSize)};
+}
+
+bool contains(std::string_view text, std::string_view part) {
+    return text.find(part) != std::string_view::npos;
+}
+
+marlo_meta_info parse(const std::vector<uint8_t>& bytes, const char* path) {
+    try {
+        return parse_version_file({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    } catch (const std::bad_alloc&) {
+        MARLO_LOG(error, "no memory for the versions in %s", path);
+        return {};
+    }
+}
+
+}  // namespace
+
+marlo_meta_info marlo_fw_updater::readMarloMetaBuildInfo() {
+    for (const char* path : kVersionFiles) {
+        if (const auto bytes = read_regular_file(path)) {
+            MARLO_LOG(debug, "aon build from %s.\n", path);
+            return parse(*bytes, path);
+        }
+    }
+    return {};
+}
+
+int32_t marlo_fw_updater::fw_version_check(wear_firmware_info_t* fw_info) {
+    const marlo_meta_info shipped = readMarloMetaBuildInfo();
+    if (fw_info == nullptr) {
+        MARLO_LOG(error, "fw_info: version is invalid");
+        return -1;
+    }
+    if (!contains(text_of(fw_info->apps_version), shipped.apps_cochip)) {
+        MARLO_LOG(error, "crm_build_number MIS-MATHCHED");
+        return -1;
+    }
+    const std::string_view bt_version = text_of(fw_info->bt_version);
+    if (!bt_version.empty() && !contains(bt_version, shipped.btfw_cochip)) {
+        MARLO_LOG(error, "btfw_cochip MIS-MATHCHED");
+        return -1;
+    }
+    const std::string_view dsp_version = text_of(fw_info->dsp_version);
+    if (!dsp_version.empty() && !contains(dsp_version, shipped.dsp_cochip)) {
+        MARLO_LOG(error, "dsp_cochip MIS-MATHCHED");
+        return -1;
+    }
+    MARLO_LOG(error, "Marlo firmware versions are MATHCHED, skip fw_update");
+    return 0;
+}
+
+int32_t marlo_fw_updater::is_psram_noflash(wear_firmware_info_t* fw_info) {
+    if (fw_info == nullptr) {
+        MARLO_LOG(error, "fw_info: version is invalid");
+        return -1;
+    }
+    if (contains(text_of(fw_info->apps_version), "NOFLASH_PSRAM")) {
+        MARLO_LOG(debug, "Found NOFLASH_PSRAM variant");
+        return 0;
+    }
+    MARLO_LOG(debug, "Not a NOFLASH_PSRAM variant");
+    return -1;
+}

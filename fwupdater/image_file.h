@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+// The whole of the regular file `path`, in one bulk read into exactly its size. Nothing where it
+// cannot be opened or read, is not a regular file (a directory, a FIFO), or does not fit into
+// memory; only the last is logged here. Never waits for a writer. Safe on any thread.
+std::optional<std::vector<uint8_t>> read_regular_file(const std::string& path);

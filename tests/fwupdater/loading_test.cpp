@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "tests/fwupdater/recording.h"
+
+namespace {
+
+std::string partition(const std::string& children) {
+    return "<Partition>" + children + "</Partition>";
+}
+
+class Loading : public UpdaterTest {
+  protected:
+    // What the co-processor is told of an image.
+    void expect_size(uint32_t id, size_t size) {
+        updater_.sendmarloImageInfoRes(id);
+        const std::string text = std::to_string(id);
+        expect({"send 4: " + text + " " + std::to_string(size) + " 0",
+                "info Updating Image ID: " + text + " size:" + std::to_string(size)});
+    }
+    uint32_t load() {
+        return updater_.parsePartitionAndSaveFw(std::string(kImages) + "./partition_table.xml");
+    }
+    size_t logged(const std::string& text) { return scripted::platform().count(text); }
+};
+
+}  // namespace
+
+TEST_F(Loading, PartitionsThenFixedImages) {
+    table("<no_of_partitions>1</no_of_partitions>" +
+          partition("<img_id>7</img_id><Partition_Name>seven</Partition_Name>") +
+          partition("<img_id>8</img_id><Image_Path>/eight.bin</Image_Path>") +
+          partition("<img_id>9</img_id>") +
+          partition("<img_id>10</img_id><Image_Path>missing.bin</Image_Path>"));
+    image("/eight.bin", "12345678");
+    image("./flash.bin", "flash");
+    image("./partition_1.bin", "part1");
+    start();
+    for (const auto& [id, size] : {std::pair{7U, 0U},
+                                   {8U, 8U},
+                                   {9U, 8U},
+                                   {10U, 0U},
+                                   {1U, 5U},
+                                   {2U, 5U},
+                                   {3U, 0U},
+                                   {0xFFFFFFFFU, 0U}}) {
+        expect_size(id, size);
+    }
+    EXPECT_EQ(scripted::platform().transcript({"open "}),
+              (Lines{"open /vendor/firmware_mnt/image/./partition_table.xml = 3",
+                     "open /vendor/firmware_mnt/image//eight.bin = 3",
+                     "open /vendor/firmware_mnt/image//eight.bin = 3",
+                     "open /vendor/firmware_mnt/image/missing.bin = -1 2",
+                     "open /vendor/firmware_mnt/image/./flash.bin = 3",
+                     "open /sys/devices/soc0/hw_platform = -1 2",
+                     "open /sys/devices/soc0/platform_subtype_id = -1 2",
+                     "open /sys/kernel/dload/dload_mode = -1 2",
+                     "open /vendor/firmware_mnt/image/./partition_1.bin = 3"}));
+    EXPECT_EQ(logged("firmware seven resource Size : 8"), 2U);
+    EXPECT_EQ(logged("firmware flash.bin resource Size : 5"), 1U);
+    EXPECT_EQ(logged("File open failed : /vendor/firmware_mnt/image/missing.bin"), 1U);
+    EXPECT_EQ(scripted::platform().open_descriptors(), 0);
+}
+
+TEST_F(Loading, IncompleteDocuments) {
+    image("./flash.bin", "flash");
+    EXPECT_EQ(load(), 0U);
+    image("./partition_table.xml", "not XML");
+    EXPECT_EQ(load(), 0U);
+    EXPECT_EQ(logged("E parsePartitionAndSaveFw:"), 2U);
+    EXPECT_EQ(logged("XML Config File Not Opened"), 2U);
+    image("./partition_table.xml", "<t/>");
+    EXPECT_EQ(load(), 0U);
+    EXPECT_EQ(logged("bank_1_node is NULL"), 1U);
+    EXPECT_FALSE(updater_.checkForFlashbin());
+    for (const char* rootless : {"<!---->", "<t><Bank_1/></t>"}) {
+        image("./partition_table.xml", rootless);
+        EXPECT_EQ(load(), 1U) << rootless;
+        EXPECT_TRUE(updater_.checkForFlashbin()) << rootless;
+        updater_.truncateFwResources();
+    }
+}
+
+TEST_F(Loading, FlashImageIsTheFirstWithItsId) {
+    table(partition("<img_id>1</img_id>"));
+    image("./flash.bin", "flash");
+    load();
+    EXPECT_FALSE(updater_.checkForFlashbin());
+    EXPECT_EQ(logged("flash.bin file is not found"), 1U);
+}
+
+TEST_F(Loading, WhatIsNoReadableRegularFileIsEmpty) {
+    image("good", std::string(100'000, 'g'));
+    EXPECT_EQ(updater_.readFile("good"), Bytes(100'000, 'g'));
+    scripted::platform().script_read(std::string(kImages) + "good", scripted::failure(EINTR));
+    scripted::platform().script_read(std::string(kImages) + "good", {Bytes(3, 'g')});
+    EXPECT_EQ(updater_.readFile("good").size(), 100'000U);
+    for (const unsigned mode : {S_IFDIR, S_IFIFO, S_IFCHR}) {
+        image("odd", "content");
+        scripted::platform().file_mode(std::string(kImages) + "odd", mode | 0644);
+        EXPECT_TRUE(updater_.readFile("odd").empty()) << mode;
+    }
+    scripted::platform().script_read(std::string(kImages) + "good", scripted::failure(EIO));
+    EXPECT_TRUE(updater_.readFile("good").empty());
+    EXPECT_TRUE(updater_.readFile("missing").empty());
+    EXPECT_EQ(logged("File open failed : /vendor/firmware_mnt/image/odd"), 3U);
+    EXPECT_EQ(logged("E readFile:"), 5U);
+    EXPECT_EQ(scripted::platform().open_descriptors(), 0);
+}

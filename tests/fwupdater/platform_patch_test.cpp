@@ -1,0 +1,188 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <elf.h>
+
+#include <climits>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+#include "tests/fwupdater/recording.h"
+
+namespace {
+
+constexpr platform_info kInfo = {1, 0x24, 0xFFFFFFFF, 0xFFFFFFFF, 12};
+const Bytes kBlock = {1,    0,    0,    0,    0x24, 0,    0,  0, 0xFF, 0xFF,
+                      0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 12, 0, 0,    0};
+constexpr int kElfOffset = 300;  // nothing aligns the boot loader inside the image
+
+Bytes linked(const std::string& name) {
+    std::ifstream file(std::string(ELF_DIRECTORY "/") + name + ".elf", std::ios::binary);
+    EXPECT_TRUE(file) << name;
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// File offset of a segment, as the C library's declarations of ELF find it.
+template <typename Header, typename Entry>
+size_t segment(const Bytes& elf, size_t index) {
+    Header header;
+    std::memcpy(&header, elf.data(), sizeof(header));
+    Entry entry;
+    std::memcpy(&entry, elf.data() + header.e_phoff + index * sizeof(entry), sizeof(entry));
+    return entry.p_offset;
+}
+
+class PlatformPatch : public UpdaterTest {
+  protected:
+    // The image around `elf` as the updater leaves it.
+    Bytes patch(const Bytes& elf, int offset = kElfOffset) {
+        image("./partition_table.xml", "<t><mbr><Partition_1_SBL_Offset>" + std::to_string(offset) +
+                                           "</Partition_1_SBL_Offset></mbr></t>");
+        updater_.parsePartitionAndSaveFw(std::string(kImages) + "./partition_table.xml");
+        Bytes flash = around(elf);
+        updater_.updatePlatformInfo(flash, kInfo);
+        return flash;
+    }
+
+    static Bytes around(const Bytes& elf) {
+        Bytes flash(kElfOffset + elf.size(), 0x5A);
+        std::copy(elf.begin(), elf.end(), flash.begin() + kElfOffset);
+        return flash;
+    }
+
+    static Bytes with_block(Bytes elf, size_t offset) {
+        std::copy(kBlock.begin(), kBlock.end(), elf.begin() + static_cast<ptrdiff_t>(offset));
+        return around(elf);
+    }
+
+    size_t logged(const std::string& text) { return scripted::platform().count(text); }
+};
+
+void put(Bytes& bytes, size_t offset, auto value) {
+    std::memcpy(bytes.data() + offset, &value, sizeof(value));
+}
+
+}  // namespace
+
+TEST_F(PlatformPatch, FillsTheBlockOfLinkedImages) {
+    const Bytes second = linked("second32");
+    EXPECT_EQ(patch(second), with_block(second, segment<Elf32_Ehdr, Elf32_Phdr>(second, 1)));
+    EXPECT_EQ(logged("E log_class:"), 1U);
+    EXPECT_EQ(logged("ELFCLASS32"), 1U);
+    for (const char* line : {", debug_policy = 1", ", platform_id = 24", ", major_id = ffffffff",
+                             ", minor_id = ffffffff", ", sub_type = c"}) {
+        EXPECT_EQ(logged(line), 1U) << line;
+    }
+    const Bytes third = linked("third64");
+    EXPECT_EQ(patch(third), with_block(third, segment<Elf64_Ehdr, Elf64_Phdr>(third, 2)));
+    EXPECT_EQ(logged("ELFCLASS64"), 1U);
+}
+
+TEST_F(PlatformPatch, PatchedImageIsServed) {
+    scripted::platform().file("/sys/devices/soc0/hw_platform", "WDP\n");
+    scripted::platform().file("/sys/devices/soc0/platform_subtype_id", "12\n");
+    scripted::platform().file("/sys/kernel/dload/dload_mode", "mini\n");
+    const Bytes elf = linked("second32");
+    const Bytes flash = around(elf);
+    table("", kElfOffset);
+    image("./flash.bin", {flash.begin(), flash.end()});
+    start();
+    const auto offset = static_cast<uint32_t>(kElfOffset + segment<Elf32_Ehdr, Elf32_Phdr>(elf, 1));
+    updater_.sendmarloImageOffsetRes(1, offset, 24);
+    const Lines steps = recording_.take();
+    EXPECT_THAT(steps.back(),
+                ::testing::EndsWith(" 24 01 00 00 00 24 00 00 00 ff ff ff ff ff ff ff ff 0c 00 00 "
+                                    "00 22 22 22 22"));
+}
+
+TEST_F(PlatformPatch, EveryMatchingSegmentIsFilled) {
+    const Bytes twice = linked("twice32");
+    const size_t third = segment<Elf32_Ehdr, Elf32_Phdr>(twice, 2);
+    Bytes expected = with_block(twice, segment<Elf32_Ehdr, Elf32_Phdr>(twice, 1));
+    std::copy(kBlock.begin(), kBlock.end(),
+              expected.begin() + kElfOffset + static_cast<ptrdiff_t>(third));
+    EXPECT_EQ(patch(twice), expected);
+}
+
+TEST_F(PlatformPatch, FirstHeaderAndHighAddressesDoNotCount) {
+    for (const char* name : {"first32", "high64"}) {
+        EXPECT_EQ(patch(linked(name)), around(linked(name))) << name;
+    }
+    EXPECT_EQ(logged("debugPolicy_offset"), 0U);
+}
+
+TEST_F(PlatformPatch, InvalidClassIsReadAsThirtyTwoBit) {
+    Bytes elf = linked("second32");
+    elf[EI_CLASS] = 3;
+    EXPECT_EQ(patch(elf), with_block(elf, segment<Elf32_Ehdr, Elf32_Phdr>(elf, 1)));
+    EXPECT_EQ(logged("Invalid ELF"), 1U);
+}
+
+TEST_F(PlatformPatch, BlockMayEndWithTheImageButNotBeyond) {
+    Bytes elf = linked("second32");
+    const size_t entry = sizeof(Elf32_Ehdr) + sizeof(Elf32_Phdr) + offsetof(Elf32_Phdr, p_offset);
+    const auto last = static_cast<uint32_t>(elf.size() - kBlock.size());
+    put(elf, entry, last);
+    EXPECT_EQ(patch(elf), with_block(elf, last));
+    for (const uint32_t outside : {last + 1, last + 20, 0xFFFFFFFFU, 0xFFFFFFF0U}) {
+        put(elf, entry, outside);
+        EXPECT_EQ(patch(elf), around(elf)) << outside;
+    }
+    EXPECT_EQ(logged("debug policy block at ffffffff lies outside"), 1U);
+}
+
+TEST_F(PlatformPatch, EveryRefusedShapeIsLeftAsItIs) {
+    const Bytes good = linked("second32");
+    for (const int offset :
+         {-1, INT_MIN, INT_MAX, kElfOffset - 1, kElfOffset + static_cast<int>(good.size()) - 3}) {
+        EXPECT_EQ(patch(good, offset), around(good)) << offset;
+    }
+    EXPECT_EQ(logged("Unknown File Type"), 5U);
+
+    Bytes one_header = good;
+    put(one_header, offsetof(Elf32_Ehdr, e_phnum), uint16_t{1});
+    EXPECT_EQ(patch(one_header), around(one_header));
+
+    for (const uint32_t table : {0xFFFFFFFFU, static_cast<uint32_t>(good.size()) - 95U}) {
+        Bytes elf = good;
+        put(elf, offsetof(Elf32_Ehdr, e_phoff), table);
+        EXPECT_EQ(patch(elf), around(elf)) << table;
+    }
+    Bytes many_headers = good;
+    put(many_headers, offsetof(Elf32_Ehdr, e_phnum), uint16_t{0xFFFF});
+    EXPECT_EQ(patch(many_headers), around(many_headers));
+    for (const char* name : {"second32", "third64"}) {
+        Bytes header_cut = linked(name);
+        header_cut.resize(name == std::string("second32") ? 51 : 63);
+        EXPECT_EQ(patch(header_cut), around(header_cut)) << name;
+    }
+    EXPECT_EQ(logged("lie outside the image"), 5U);
+
+    Bytes nothing;
+    updater_.updatePlatformInfo(nothing, kInfo);
+    EXPECT_EQ(logged("firmware resource is empty"), 1U);
+}
+
+TEST_F(PlatformPatch, PlatformIsGatheredFromTheKernelsTexts) {
+    struct Case {
+        const char *hardware, *subtype, *dump;
+        uint32_t platform_id, sub_type, debug_policy;
+    };
+    for (const Case& c : {Case{"WDP\n", "12\n", "mini\n", 0x24, 12, 1},
+                          {"IDP\n", "123\n", "full\n", 0x22, 12, 0},
+                          {"MTP\n", "x\n", "full mini\n", 0x22, 0, 1},
+                          {"WD", "7", "", 0x22, 7, 0},
+                          {"", "", "mini", 0x22, 0, 0}}) {
+        scripted::platform().file("/sys/devices/soc0/hw_platform", c.hardware);
+        scripted::platform().file("/sys/devices/soc0/platform_subtype_id", c.subtype);
+        scripted::platform().file("/sys/kernel/dload/dload_mode", c.dump);
+        const platform_info info = updater_.getPlatformInfo();
+        EXPECT_EQ(info.platform_id, c.platform_id) << c.hardware;
+        EXPECT_EQ(info.sub_type, c.sub_type) << c.subtype;
+        EXPECT_EQ(info.debug_policy, c.debug_policy) << c.dump;
+        EXPECT_EQ(info.major_id & info.minor_id, 0xFFFFFFFFU);
+    }
+    EXPECT_EQ(logged("HW Platform = WDP\n"), 1U);
+    EXPECT_EQ(logged("Platform type = 12\n"), 2U);
+    EXPECT_EQ(logged(", full mini\n"), 1U);
+    EXPECT_EQ(logged("plat_info.debug_policy: 1\n"), 2U);
+}

@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <android/log.h>
+
+#include <stdexcept>
+
+#include "glink/marlo_glink.h"
+#include "platform/os.h"
+#include "tests/fwupdater/recording.h"
+
+namespace {
+
+class Session : public UpdaterTest {
+  protected:
+    void begin() {
+        table(
+            "<Partition><img_id>5</img_id><Image_Path>five.bin</Image_Path></Partition>"
+            "<Partition><img_id>5</img_id><Image_Path>other.bin</Image_Path></Partition>");
+        image("five.bin", "ABCDE");
+        image("other.bin", "wrong");
+        image("./flash.bin", "flash");
+        start();
+    }
+    size_t logged(const std::string& text) { return scripted::platform().count(text); }
+};
+
+}  // namespace
+
+TEST_F(Session, StartConnectsOnceAndLoadsEveryTime) {
+    image("./partition_table.xml", "<t><Bank_1/></t>");
+    updater_.startMarloDownloaderWithCallback(&recording_);
+    expect({"make glink_pkt_marlo_dfu 44", "register", "connect with reader"});
+    updater_.startMarloDownloaderWithCallback(&recording_);
+    EXPECT_EQ(logged("Partition XML Parsing Done."), 2U);
+    EXPECT_EQ(logged("About to register callbacks with glinkInterface"), 1U);
+    updater_.endMarloDownloader();
+    expect({"delete", "ended MarloDownloader END"});
+    updater_.endMarloDownloader();
+    expect({"ended MarloDownloader END"});
+}
+
+TEST_F(Session, EveryPlainMessageIsReportedByName) {
+    begin();
+    for (const auto& [id, line] : {std::pair{1U, "info Received MG_UPDT_REQ"},
+                                   {2U, "info Received MG_UPDT_RESP"},
+                                   {4U, "info Received IMG_INFO_RESP"},
+                                   {6U, "info Received IMG_OFFSET_RESP"},
+                                   {7U, "ended Received CANCEL_UPDT_REQ"},
+                                   {8U, "ended Received CANCEL_UPDT_RESP"},
+                                   {9U, "info Received IMG_UPDT_END_REQ"},
+                                   {10U, "info Received IMG_UPDT_END_RESP"},
+                                   {12U, "info Received SESSION_END_RESP"},
+                                   {13U, "error Received INVALID CMD RESP"},
+                                   {0U, "error Received INVALID CMD RESP"},
+                                   {15U, "error Received INVALID CMD RESP"},
+                                   {255U, "error Received INVALID CMD RESP"}}) {
+        receive(id);
+        expect({line});
+    }
+    updater_.conn_res_event_cb(nullptr, 0);
+    expect({"error Received INVALID CMD RESP"});
+    EXPECT_EQ(logged("GLINK_int invalid cmd id"), 5U);
+    EXPECT_EQ(logged(", GLINK_int received IMG_UPDT_END_REQ "), 1U);
+}
+
+TEST_F(Session, ImageInformation) {
+    begin();
+    updater_.marloFirmwareUpdateReq();
+    recording_.take();
+    os::sleep(12);
+    receive(3, {5});
+    expect({"info Time taken till from start = 12.000000", "info Received MG_UPDT_RESP for ID: 5",
+            "send 4: 5 5 0", "info Updating Image ID: 5 size:5",
+            "info Updating Device firmware with ID: 5"});
+    receive(3, {0xFFFFFFFF});
+    expect({"info Time taken till from start = 12.000000",
+            "info Received MG_UPDT_RESP for ID: 4294967295", "send 4: 4294967295 0 0",
+            "info Updating Image ID: 4294967295 size:0",
+            "info Updating Device firmware with ID: 4294967295"});
+    EXPECT_EQ(logged("sendmarloImageInfoRes -1"), 1U);
+    EXPECT_EQ(logged("Time taken is 12.00000 seconds."), 2U);
+}
+
+TEST_F(Session, FragmentsAreWholeOrLeftOut) {
+    begin();
+    receive(5, {5, 1, 3});
+    expect({"info Image ID: 5 flash write 20% Completed...", "send 6: 5 1 3 42 43 44"});
+    receive(5, {5, 4, 4});
+    expect({"info Image ID: 5 flash write 80% Completed...", "send 6: 5 4 4 45 00 00 00"});
+    receive(5, {5, 5, 4});
+    expect({"info Image ID: 5 flash write 100% Completed...", "send 6: 5 5 4"});
+    receive(5, {5, 0, 0});
+    expect({"info Image ID: 5 flash write 0% Completed...", "send 6: 5 0 0"});
+    receive(5, {9, 2, 4});
+    expect({"info Image ID: 9 flash write 0% Completed...", "send 6: 9 2 4"});
+    receive(5, {9, 2, 0xFFFFFFFF});
+    expect({"info Image ID: 9 flash write 0% Completed...", "send 6: 9 2 4294967295"});
+}
+
+TEST_F(Session, HugeFragmentIsRefusedAndTheSessionLives) {
+    begin();
+    for (const uint32_t length : {(16U << 20) + 1, 0xFFFFFFFFU, 0xFFFFFFF4U}) {
+        receive(5, {5, 0, length});
+        expect({"info Image ID: 5 flash write 0% Completed..."});
+    }
+    EXPECT_EQ(logged("E sendmarloImageOffsetRes:"), 3U);
+    EXPECT_EQ(logged("fragment of 4294967295 bytes of image 5 is refused"), 1U);
+    receive(5, {5, 0, 1});
+    expect({"info Image ID: 5 flash write 0% Completed...", "send 6: 5 0 1 41"});
+}
+
+TEST_F(Session, EndIsAnsweredAndReleasesTheImages) {
+    begin();
+    receive(11);
+    expect({"info Received SESSION_END_REQ",
+            "info Time taken in sec to update Firmware = 1700000000.000000", "send 12: 0 0 0",
+            "property 1", "success ### Marlo Firmware Update finished. ###"});
+    EXPECT_FALSE(updater_.checkForFlashbin());
+    transport_->fail(GLINK_IO_ERROR);  // finished: nothing to resume
+    transport_->fail(GLINK_SSR);
+    EXPECT_EQ(logged("E conn_error_cb:"), 2U);
+}
+
+TEST_F(Session, UnsentEndReleasesTheImagesAndStaysUnfinished) {
+    begin();
+    results_ = {0};
+    updater_.sendSessionEndRes();
+    expect({"send 12: 0 0 0"});
+    EXPECT_FALSE(updater_.checkForFlashbin());
+    transport_->fail(GLINK_SSR);
+    expect({"send 13: 1 0 0", "started ### Getting Marlo DFU State. ###"});
+}
+
+TEST_F(Session, UpdateRequest) {
+    begin();
+    results_ = {-5, 0};
+    updater_.marloFirmwareUpdateReq();
+    updater_.marloFirmwareUpdateReq();
+    expect({"send 1: 1 0 0 49 4d 47 20 55 50 44 54", "send 1: 1 0 0 49 4d 47 20 55 50 44 54"});
+    updater_.marloFirmwareUpdateReq();
+    expect({"send 1: 1 0 0 49 4d 47 20 55 50 44 54", "property 0",
+            "started ### Starting Marlo Firmware Update. ###"});
+    image("./flash.bin", "");
+    start();
+    updater_.marloFirmwareUpdateReq();
+    expect({"error AON Flash bin file is empty or not present"});
+}
+
+TEST_F(Session, UpdateRequestReopensAFinishedSession) {
+    begin();
+    updater_.sendSessionEndRes();
+    start();
+    updater_.marloFirmwareUpdateReq();
+    recording_.take();
+    transport_->fail(GLINK_IO_ERROR);
+    expect({"send 13: 1 0 0", "started ### Getting Marlo DFU State. ###"});
+}
+
+TEST_F(Session, FailedOpenDeletesTheTransportInsideConnect) {
+    opens_ = false;
+    updater_.startMarloDownloaderWithCallback(&recording_);
+    expect({"make glink_pkt_marlo_dfu 44", "register", "connect with reader",
+            "channel-error Marlo dfu channel open failed", "delete", "ended MarloDownloader END"});
+    updater_.eraseAllRAWPartitionAndContinueDownload();
+    updater_.getCurrentDFUStateAndContinueDownload();
+    EXPECT_EQ(logged(", glinkInterface == nullptr"), 2U);
+}
+
+TEST_F(Session, GenuineTransportMayBeDeletedInsideConnect) {
+    marlo_fw_updater updater;
+    updater.startMarloDownloaderWithCallback(&recording_);
+    expect({"channel-error Marlo dfu channel open failed", "ended MarloDownloader END"});
+    EXPECT_EQ(scripted::platform().transcript({"open /dev/"}).size(), 3U);
+}
+
+TEST_F(Session, RequestsWithoutATransportReturnZero) {
+    const uint8_t payload[] = {1, 2};
+    EXPECT_EQ(updater_.send_aon_request(12, payload, 2), 0);
+    EXPECT_EQ(logged("E send_aon_request:"), 1U);
+    EXPECT_EQ(logged(", glinkInterface != nullptr"), 1U);
+    begin();
+    EXPECT_EQ(updater_.send_aon_request(12, nullptr, 0), 16);
+    results_ = {7};
+    EXPECT_EQ(updater_.send_aon_request(12, payload, 0), 7);
+    expect({"send 12:", "send 12:"});
+}
+
+TEST_F(Session, WithoutACallbackEveryRequestIsStillAnswered) {
+    begin();
+    updater_.startMarloDownloaderWithCallback(nullptr);
+    receive(3, {5});
+    receive(5, {5, 0, 1});
+    receive(14, {1, 0, 0, 0});
+    receive(11);
+    expect({"send 4: 5 5 0", "send 6: 5 0 1 41", "send 12: 0 0 0"});
+    EXPECT_EQ(scripted::platform().property("persist.vendor.zt_aon.dfu_update"), "1");
+    EXPECT_EQ(logged("Time taken is"), 0U);
+}
+
+TEST_F(Session, RuntimeErrorOfTheLastReportIsCaught) {
+    struct Throwing : Recording {
+        void handleDFUResponse(std::string, Status) override { throw std::runtime_error("why"); }
+    } throwing;
+    updater_.startMarloDownloaderWithCallback(&throwing);
+    recording_.take();
+    updater_.endMarloDownloader();
+    expect({"delete"});
+    EXPECT_EQ(logged("FATAL: failed : why"), 1U);
+}
+
+TEST_F(Session, MessageAboveFortyFourBytesEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    begin();
+    receive(2, {0, 0, 0, 0, 0, 0, 0});
+    expect({"info Received MG_UPDT_RESP"});
+    EXPECT_DEATH(
+        {
+            __android_log_set_logger([](const __android_logger_data* data, const char* text) {
+                fprintf(stderr, "priority %d %s\n", data->priority, text);
+            });
+            transport_->deliver(Bytes(45, 2));
+        },
+        "priority 7 conn_res_event_cb:[0-9]+, received message of 45 bytes");
+}

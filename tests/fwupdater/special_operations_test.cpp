@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/os.h"
+#include "tests/fwupdater/recording.h"
+
+namespace {
+
+const std::string kErasing = "started ### Erasing Marlo Flash Content. ###";
+const std::string kAsking = "started ### Getting Marlo DFU State. ###";
+const std::string kAnswered = "info Received DFU_SPCL_OPERATION_RESP response code: ";
+
+std::string partition(const std::string& name, int offset, int size, int type) {
+    return "<Partition><Partition_Name>" + name + "</Partition_Name><Offset>" +
+           std::to_string(offset) + "</Offset><size>" + std::to_string(size) +
+           "</size><HostSpecificInfo><PartType>" + std::to_string(type) +
+           "</PartType></HostSpecificInfo></Partition>";
+}
+
+class SpecialOperations : public UpdaterTest {
+  protected:
+    void begin() {
+        table(partition("boot", 4096, 8192, 1) + partition("empty", 1, 0, 1) +
+              partition("kept", 2, 3, 0) + partition("tail", -4096, 4096, 2));
+        image("./flash.bin", "flash");
+        image("./partition_1.bin", "ABCDEFGH");
+        start();
+    }
+    // A state answer with code 0, after a download was begun or not.
+    void state(const std::vector<uint32_t>& words) {
+        std::vector<uint32_t> all = {1, 0, 0xEEEE};
+        all.insert(all.end(), words.begin(), words.end());
+        receive(14, all);
+    }
+};
+
+}  // namespace
+
+TEST_F(SpecialOperations, EachErasablePartitionOnceThenTheState) {
+    begin();
+    updater_.eraseAllRAWPartitionAndContinueDownload();
+    expect({"started Erase Requested for partition: boot", "send 13: 0 4096 8192", kErasing,
+            "info Going for erase from offset: 4096 to Length: 8192..."});
+    receive(14, {0, 0});
+    expect({kAnswered + "0", "info ### Marlo Flash Erase finished. ###",
+            "started Erase Requested for partition: tail", "send 13: 0 4294963200 4096", kErasing,
+            "info Going for erase from offset: 4294963200 to Length: 4096..."});
+    receive(14, {0, 9});
+    expect({kAnswered + "9", "info ### Marlo Flash Erase Failed. ###", "send 13: 1 0 0", kAsking});
+    state({0});
+    expect({kAnswered + "0", "send 1: 1 0 0 49 4d 47 20 55 50 44 54", "property 0",
+            "started ### Starting Marlo Firmware Update. ###",
+            "info Current Marlo DFU state = INIT "});
+}
+
+TEST_F(SpecialOperations, AnswerThatOvertakesItsRequestErasesNothingTwice) {
+    begin();
+    struct Eager : Recording {
+        marlo_fw_updater* updater = nullptr;
+        void handleDFUResponse(std::string message, Status status) override {
+            Recording::handleDFUResponse(message, status);
+            if (message == "### Erasing Marlo Flash Content. ###") {
+                const Bytes answer = ::message(14, {0, 0});
+                updater->conn_res_event_cb(answer.data(), static_cast<uint32_t>(answer.size()));
+            }
+        }
+    } eager;
+    eager.updater = &updater_;
+    updater_.startMarloDownloaderWithCallback(&eager);
+    updater_.eraseAllRAWPartitionAndContinueDownload();
+    expect({"send 13: 0 4096 8192", "send 13: 0 4294963200 4096", "send 13: 1 0 0"});
+}
+
+TEST_F(SpecialOperations, EraseAloneEndsWithoutADownload) {
+    begin();
+    updater_.eraseAllRAWPartition();
+    receive(14, {0, 0});
+    recording_.take();
+    receive(14, {0, 0});
+    expect({kAnswered + "0", "info ### Marlo Flash Erase finished. ###",
+            "erase-done ### Marlo Flash Erase finished. ###"});
+}
+
+TEST_F(SpecialOperations, ReportedStateIsAnsweredFirstThenShown) {
+    begin();
+    updater_.getCurrentDFUStateAndContinueDownload();
+    expect({"send 13: 1 0 0", kAsking});
+    state({1, 2, 5, 6});
+    expect({kAnswered + "0", "send 4: 2 8 0", "info Updating Image ID: 2 size:8",
+            "info Current Marlo DFU state = INFO_REQ  Image ID: 2"});
+    state({1, 0});
+    expect({kAnswered + "0", "send 4: 0 0 0", "info Updating Image ID: 0 size:0",
+            "info Current Marlo DFU state = INFO_REQ "});
+    state({2, 2, 4, 2});
+    expect({kAnswered + "0", "info Image ID: 2 flash write 50% Completed...", "send 6: 2 4 2 45 46",
+            "info Current Marlo DFU state = OFFSET_REQ  Image ID: 2 offset: 4 fragment_len: 2"});
+    state({2, 2, 0, 1});
+    expect({kAnswered + "0", "info Image ID: 2 flash write 0% Completed...", "send 6: 2 0 1 41",
+            "info Current Marlo DFU state = OFFSET_REQ  Image ID: 2 fragment_len: 1"});
+    state({4, 2, 4, 2});
+    expect({kAnswered + "0", "info Current Marlo DFU state = CANCEL_UPDATE_REQ "});
+    state({7, 2});
+    expect({kAnswered + "0", "info Current Marlo DFU state =  "});
+    state({3});
+    expect({kAnswered + "0", "send 12: 0 0 0", "property 1",
+            "success ### Marlo Firmware Update finished. ###",
+            "info Current Marlo DFU state = SESSION_END_REQ "});
+}
+
+TEST_F(SpecialOperations, BareQueryHandsTheStateOver) {
+    begin();
+    updater_.sendGetDFUStateReq();
+    expect({"send 13: 1 0 0", kAsking});
+    state({2, 2, 4, 0});
+    expect({kAnswered + "0", "info Current Marlo DFU state = OFFSET_REQ  Image ID: 2 offset: 4",
+            "state 2"});
+    state({7});
+    expect({kAnswered + "0", "info Current Marlo DFU state =  ", "state 7"});
+}
+
+TEST_F(SpecialOperations, FailedQueryAndOtherOperationsStopThere) {
+    begin();
+    updater_.eraseAllRAWPartitionAndContinueDownload();
+    recording_.take();
+    receive(14, {1, 3, 0, 0});
+    expect({kAnswered + "3", "error Get Marlo DFU State Failed."});
+    receive(14, {2, 0, 0, 0});
+    expect({kAnswered + "0"});
+}
+
+TEST_F(SpecialOperations, ResumingMeasuresTimeAnew) {
+    begin();
+    updater_.eraseAllRAWPartitionAndContinueDownload();
+    os::sleep(100);
+    transport_->fail(GLINK_SSR);
+    os::sleep(7);
+    EXPECT_EQ(updater_.timeTaken(), 7.0);
+    recording_.take();
+}
