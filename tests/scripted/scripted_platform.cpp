@@ -167,6 +167,11 @@ void Platform::wait_until_idle() {
     changed_.wait(lock, [this] { return waiting_polls_ > 0 && !anything_pending(); });
 }
 
+void Platform::wait_until_reading() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return waiting_reads_ > 0; });
+}
+
 std::string Platform::property(const std::string& name) {
     const std::lock_guard lock(mutex_);
     const auto found = properties_.find(name);
@@ -262,6 +267,8 @@ int Platform::close(int fd) {
         return -1;
     }
     note("close " + found->second.path);
+    // A pipe with one end left hangs up; everything else is as new for the next open.
+    nodes_[found->second.path].hung_up = found->second.path.starts_with("pipe:");
     descriptors_.erase(found);
     changed_.notify_all();
     return 0;
@@ -294,7 +301,10 @@ ssize_t Platform::read(int fd, void* buffer, size_t size) {
     }
     Node& node = nodes_[found->second.path];
     if (node.is_device) {
+        ++waiting_reads_;
+        changed_.notify_all();
         changed_.wait(lock, [&] { return !node.reads.empty() || node.hung_up; });
+        --waiting_reads_;
     }
     if (!node.reads.empty()) {
         return take_read(node, buffer, size);

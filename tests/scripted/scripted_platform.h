@@ -78,6 +78,8 @@ class Platform {
 
     // Blocks until every scripted read and event is used up and a poll waits.
     void wait_until_idle();
+    // Blocks until a read waits for data that a test has not scripted yet.
+    void wait_until_reading();
 
     std::string property(const std::string& name);
     std::vector<Bytes> written(const std::string& path);
@@ -145,6 +147,7 @@ class Platform {
     int pipe_error_ = 0;
     int pipes_ = 0;
     int waiting_polls_ = 0;
+    int waiting_reads_ = 0;
     int poll_passes_ = 0;
     int sleeps_left_ = -1;
     bool no_low_memory_ = false;

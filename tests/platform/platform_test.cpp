@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cutils/properties.h>
+#include <cutils/uevent.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <utils/SystemClock.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "platform/linux/root.h"
+#include "platform/os.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The prefix is read once, so all tests of this program share one root.
+class Root : public testing::Environment {
+  public:
+    void SetUp() override {
+        char name[] = "/tmp/marlo-platform-XXXXXX";
+        path = mkdtemp(name);
+        // Trailing slashes are no part of the prefix.
+        setenv("MARLO_ROOT", (path.string() + "//").c_str(), 1);
+    }
+    void TearDown() override { fs::remove_all(path); }
+
+    static inline fs::path path;
+};
+
+const auto* const kRoot = testing::AddGlobalTestEnvironment(new Root);
+
+std::string contents(const fs::path& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string property(const char* name, const char* default_value = nullptr) {
+    char value[PROPERTY_VALUE_MAX];
+    memset(value, 'x', sizeof(value));
+    const int length = property_get(name, value, default_value);
+    EXPECT_EQ(static_cast<size_t>(length), strlen(value));
+    return value;
+}
+
+TEST(Properties, AreOneFileEachAndPersistentOnesApart) {
+    EXPECT_EQ(property_set("vendor.marlo_reset", "1"), 0);
+    EXPECT_EQ(property_set("persist.vendor.x", "yes"), 0);
+    EXPECT_EQ(contents(Root::path / "run/marlo/properties/vendor.marlo_reset"), "1");
+    EXPECT_EQ(contents(Root::path / "var/lib/marlo/properties/persist.vendor.x"), "yes");
+    EXPECT_EQ(property("vendor.marlo_reset"), "1");
+    EXPECT_EQ(property("persist.vendor.x"), "yes");
+    // Nothing temporary is left behind.
+    const auto entries = fs::directory_iterator(Root::path / "run/marlo/properties");
+    EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
+}
+
+TEST(Properties, CanBeSetWithEchoAndFallBackToTheDefault) {
+    EXPECT_EQ(property("vendor.unset"), "");
+    EXPECT_EQ(property("vendor.unset", "0"), "0");
+    property_set("vendor.echoed", "");
+    EXPECT_EQ(property("vendor.echoed", "0"), "0");
+    std::ofstream(Root::path / "run/marlo/properties/vendor.echoed") << "1\n";
+    EXPECT_EQ(property("vendor.echoed", "0"), "1");
+}
+
+TEST(Properties, AreBoundedAndStayInTheirDirectory) {
+    const std::string longest(PROPERTY_VALUE_MAX - 1, 'v');
+    EXPECT_EQ(property_set("vendor.long", longest.c_str()), 0);
+    EXPECT_EQ(property_set("vendor.long", (longest + "v").c_str()), -1);
+    EXPECT_EQ(property("vendor.long"), longest);
+    std::ofstream(Root::path / "run/marlo/properties/vendor.long") << longest << longest;
+    EXPECT_EQ(property("vendor.long"), longest);
+    EXPECT_EQ(property("vendor.unset", (longest + "v").c_str()), longest);
+    for (const char* name : {"", "../escaped", "a/b", ".hidden"}) {
+        EXPECT_EQ(property_set(name, "1"), -1) << name;
+        EXPECT_EQ(property(name, "0"), "0") << name;
+    }
+}
+
+TEST(Properties, ReadersSeeOneOfTheValuesThatWritersSet) {
+    const std::string ones(50, '1');
+    const std::string twos(60, '2');
+    property_set("vendor.shared", ones.c_str());
+    const auto writer = [](const std::string& value) {
+        for (int round = 0; round < 100; ++round) {
+            ASSERT_EQ(property_set("vendor.shared", value.c_str()), 0);
+        }
+    };
+    std::thread first(writer, ones);
+    std::thread second(writer, twos);
+    for (int round = 0; round < 200; ++round) {
+        EXPECT_THAT(property("vendor.shared"), testing::AnyOf(ones, twos));
+    }
+    first.join();
+    second.join();
+}
+
+TEST(Calls, AbsolutePathsAreLookedUpBelowTheRoot) {
+    fs::create_directories(Root::path / "sys/class");
+    std::ofstream(Root::path / "sys/class/name") << "text";
+    const int fd = os::open("/sys/class/name", O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    char text[8] = {};
+    EXPECT_EQ(os::read(fd, text, sizeof(text)), 4);
+    os::close(fd);
+    DIR* directory = os::opendir("/sys/class/");
+    ASSERT_NE(directory, nullptr);
+    os::closedir(directory);
+    EXPECT_EQ(os::under_root("relative"), "relative");
+    EXPECT_EQ(os::open("", O_RDONLY), -1);
+}
+
+TEST(Calls, MemoryBelowFourGibibytesIsThereAndZeroed) {
+    void* first = os::map_below_4gib(308);
+    void* second = os::map_below_4gib(308);
+    ASSERT_NE(first, nullptr);
+    ASSERT_NE(second, nullptr);
+    EXPECT_NE(first, second);
+    EXPECT_LE(reinterpret_cast<uintptr_t>(second) + 308, uintptr_t{0xFFFFFFFF});
+    EXPECT_EQ(*static_cast<char*>(second), 0);
+    os::unmap(first, 308);
+    os::unmap(second, 308);
+}
+
+TEST(Calls, BootClockMovesForward) {
+    const int64_t before = android::elapsedRealtimeNano();
+    EXPECT_GT(before, 0);
+    EXPECT_GE(android::elapsedRealtimeNano(), before);
+}
+
+TEST(Uevents, ComeFromTheSocketBelowTheRootOneMessageEach) {
+    const fs::path path = Root::path / "run/marlo/uevent";
+    fs::create_directories(path.parent_path());
+    EXPECT_EQ(uevent_open_socket(65536, true), -1);
+    EXPECT_EQ(errno, ENOENT);
+
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.string().copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const int server = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(server, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    ASSERT_EQ(listen(server, 1), 0);
+    const int listener = uevent_open_socket(65536, true);
+    ASSERT_GE(listener, 0);
+    const int sender = accept(server, nullptr, nullptr);
+    ASSERT_EQ(send(sender, "one", 3, 0), 3);
+    ASSERT_EQ(send(sender, "three", 5, 0), 5);
+    close(sender);
+    char buffer[16] = {};
+    EXPECT_EQ(uevent_kernel_multicast_recv(listener, buffer, sizeof(buffer)), 3);
+    EXPECT_EQ(uevent_kernel_multicast_recv(listener, buffer, sizeof(buffer)), 5);
+    EXPECT_STREQ(buffer, "three");
+    EXPECT_EQ(uevent_kernel_multicast_recv(listener, buffer, sizeof(buffer)), 0);
+    close(listener);
+    close(server);
+}
+
+}  // namespace
