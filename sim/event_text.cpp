@@ -3,15 +3,13 @@
 
 #include <cstring>
 
-#include "sim/behaviour.h"
-
 namespace sim {
 namespace {
 
 std::string describe_command(const nlohmann::json& fields) {
     std::string text = "command: " + fields.value("command", "?");
     const int result = fields.value("result", 0);
-    if (fields.contains("mode")) text += " " + boot_mode_name(fields["mode"].get<int>());
+    if (fields.contains("mode")) text += " " + fields.value("mode", "?");
     if (fields.value("command", "") == "boot status") text += " " + fields["value"].dump();
     if (result < 0) text += std::string(" fails: ") + std::strerror(-result);
     return text;
@@ -20,7 +18,8 @@ std::string describe_command(const nlohmann::json& fields) {
 std::string describe_state(const nlohmann::json& fields) {
     return std::string("co-processor: ") +
            (fields.value("running", false) ? "running" : "offline") + ", boot mode " +
-           boot_mode_name(fields.value("boot_mode", -1));
+           fields.value("boot_mode", "?") + ", SPI " +
+           (fields.value("spi_busy", false) ? "busy" : "free");
 }
 
 std::string describe_phase(const nlohmann::json& fields) {
