@@ -15,11 +15,11 @@ std::string describe_command(const nlohmann::json& fields) {
     return text;
 }
 
+// Not the SPI bus: a command of its own tells about that.
 std::string describe_state(const nlohmann::json& fields) {
     return std::string("co-processor: ") +
            (fields.value("running", false) ? "running" : "offline") + ", boot mode " +
-           fields.value("boot_mode", "?") + ", SPI " +
-           (fields.value("spi_busy", false) ? "busy" : "free");
+           fields.value("boot_mode", "?");
 }
 
 std::string describe_phase(const nlohmann::json& fields) {

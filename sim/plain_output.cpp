@@ -25,13 +25,28 @@ void PlainOutput::event(const Event& event) {
         if (log_.size() > kLogLines) log_.pop_front();
         return;
     }
-    // Flushed line by line: somebody may be reading the other end of a pipe.
-    if (const auto text = describe(event)) {
-        out_ << time_stamp(event.time) << printable(*text) << std::endl;
+    if (event.kind == EventKind::kState) {
+        new_state_ = event;
+    } else if (const auto text = describe(event)) {
+        print(event.time, *text);
     }
 }
 
-void PlainOutput::finish(const Status&, Time, const std::vector<std::string>& failures) {
+void PlainOutput::refresh(const Status&, Time) {
+    if (!new_state_) return;
+    const std::string text = describe(*new_state_).value_or("");
+    if (text != state_) print(new_state_->time, text);
+    state_ = text;
+    new_state_.reset();
+}
+
+// Flushed line by line: somebody may be reading the other end of a pipe.
+void PlainOutput::print(Time time, const std::string& text) {
+    out_ << time_stamp(time) << printable(text) << std::endl;
+}
+
+void PlainOutput::finish(const Status& status, Time now, const std::vector<std::string>& failures) {
+    refresh(status, now);
     if (failures.empty()) return;
     out_ << "the last lines of the daemon's log:\n";
     for (const std::string& line : log_) out_ << "    " << line << "\n";
