@@ -13,6 +13,13 @@ enum MarloBootMode {
     FLASH = 1,  // boots from its own flash
 };
 
+// What the daemon reports of the co-processor through set_marlo_boot_status.
+enum MarloBootStatus {
+    BOOT_STATUS_MAIN_FIRMWARE = 1,  // main firmware runs, or whether it should change is unknown
+    BOOT_STATUS_MISC_DATA_STARTED = 2,
+    BOOT_STATUS_MISC_DATA_FINISHED = 3,
+};
+
 // What every command hands to the control device's driver: 32 bytes, little-endian words. Words
 // that a command does not use are 0.
 struct marlo_com_ioctl_req {
@@ -58,8 +65,7 @@ class MarloComHandler {
     // Has the driver save a RAM dump. 0, or negative on failure.
     int cmd_save_aon_dump();
 
-    // 1: the co-processor runs its main firmware, 2: misc-data update started, 3: finished.
-    // 0, or negative on failure.
+    // Takes a MarloBootStatus. 0, or negative on failure.
     int set_marlo_boot_status(int status);
 
     // Version of the running firmware, asked for up to 14 times, one second apart, while
