@@ -43,17 +43,14 @@ struct RightHandSide {
 std::optional<std::string_view> version_value(std::string_view line) {
     RightHandSide right;
     std::optional<std::string_view> found;
-    std::optional<std::string_view> candidate;  // has a separator, still wants its opening quote
-    bool stretch_done = false;
+    std::optional<std::string_view> candidate;  // of this stretch; wants a quote before it
     for (size_t position = line.size(); position-- > 0;) {
         const bool quote = line[position] == '"';
         if (line[position] == '=') {
             candidate.reset();
-            stretch_done = false;
-        } else if (quote && candidate && !stretch_done) {
+        } else if (quote && candidate) {
             found = candidate;
-            stretch_done = true;
-        } else if (quote && !stretch_done && line.substr(position).starts_with(kSeparator)) {
+        } else if (quote && line.substr(position).starts_with(kSeparator)) {
             candidate = right.value(line, position + kSeparator.size());
         }
         right.step(line, position);

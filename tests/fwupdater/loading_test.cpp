@@ -97,9 +97,10 @@ TEST_F(Loading, WhatIsNoReadableRegularFileIsEmpty) {
     scripted::platform().script_read(std::string(kImages) + "good", scripted::failure(EINTR));
     scripted::platform().script_read(std::string(kImages) + "good", {Bytes(3, 'g')});
     EXPECT_EQ(updater_.readFile("good").size(), 100'000U);
-    for (const unsigned mode : {S_IFDIR, S_IFIFO, S_IFCHR}) {
+    for (const int mode : {S_IFDIR, S_IFIFO, S_IFCHR}) {
         image("odd", "content");
-        scripted::platform().file_mode(std::string(kImages) + "odd", mode | 0644);
+        scripted::platform().file_mode(std::string(kImages) + "odd",
+                                       static_cast<unsigned>(mode) | 0644U);
         EXPECT_TRUE(updater_.readFile("odd").empty()) << mode;
     }
     scripted::platform().script_read(std::string(kImages) + "good", scripted::failure(EIO));

@@ -6,8 +6,11 @@
 namespace {
 
 uint32_t word(const Bytes& bytes, size_t offset) {
-    return bytes[offset] | bytes[offset + 1] << 8 | bytes[offset + 2] << 16 |
-           static_cast<uint32_t>(bytes[offset + 3]) << 24;
+    uint32_t value = 0;
+    for (size_t index = 4; index-- > 0;) {
+        value = value << 8 | bytes.at(offset + index);
+    }
+    return value;
 }
 
 constexpr const char* kStatusNames[] = {"started", "info",  "erase-done",   "error",
