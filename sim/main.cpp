@@ -57,6 +57,7 @@ int run(const Options& options, const Scenario& scenario) {
     Root::sweep();
     const std::unique_ptr<Display> display = make_display(options);
     auto session = std::make_unique<Session>(options, scenario, signals, *display);
+    session->start();
     Session::Result result;
     try {
         result = session->run();

@@ -14,6 +14,9 @@ using namespace std::chrono_literals;
 constexpr Time kBetweenDrawings = 50ms;  // more often than 20 times a second nobody sees
 constexpr size_t kLogLines = 200;        // more rows than a terminal has
 
+// For the line with the verdict, and the shell's prompt after it.
+constexpr size_t kRowsBelow = 2;
+
 constexpr const char* kHideCursor = "\033[?25l";
 constexpr const char* kShowCursor = "\033[?25h";
 constexpr const char* kClearScreen = "\033[H\033[2J";
@@ -73,7 +76,7 @@ void Screen::finish(const Status& status, Time now, const std::vector<std::strin
 
 void Screen::draw() {
     ScreenSize size = size_of(terminal_);
-    size.rows -= std::min<size_t>(size.rows, 1);  // the cursor rests on the row below
+    size.rows -= std::min(size.rows, kRowsBelow);
     std::string text;
     if (!cursor_hidden_) text += kHideCursor;
     cursor_hidden_ = true;

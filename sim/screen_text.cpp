@@ -11,8 +11,8 @@ namespace {
 using Look = ScreenLine::Look;
 
 constexpr size_t kLogRows = 6;       // what the log gets even when there are many images
-constexpr size_t kNameColumns = 20;  // of an image
-constexpr int kFigureColumns = 42;   // of what stands behind a bar
+constexpr size_t kNameColumns = 17;  // of an image
+constexpr int kFigureColumns = 45;   // of what stands behind a bar
 
 struct Bar {
     std::string name;
@@ -66,7 +66,7 @@ std::string figures(const Bar& bar, Time now) {
     }
     if (bar.done == bar.total && bar.span && bar.span->end) remaining = "done";
     char text[160];
-    std::snprintf(text, sizeof text, " %3u%% %8s/%-8s %10s %9s", static_cast<unsigned>(percent),
+    std::snprintf(text, sizeof text, " %3u%% %8s/%-8s %10s %10s", static_cast<unsigned>(percent),
                   bytes_text(static_cast<double>(bar.done)).c_str(),
                   bytes_text(static_cast<double>(bar.total)).c_str(), rate.c_str(),
                   remaining.c_str());

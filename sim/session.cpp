@@ -60,7 +60,7 @@ Session::Session(const Options& options, const Scenario& scenario, SignalWatch& 
 
 void Session::make_firmware() {
     const fs::path directory = root_.firmware_directory();
-    const fs::path images = directory / "image";
+    fs::path images = directory / "image";
     const fs::path versions = directory / "verinfo";
     if (options_.firmware) {
         const fs::path given = fs::canonical(*options_.firmware);
@@ -68,6 +68,7 @@ void Session::make_firmware() {
         // On a device it lies beside the image directory.
         const fs::path beside = given.parent_path() / "verinfo";
         if (fs::is_directory(beside)) fs::create_directory_symlink(beside, versions);
+        images = given;  // the name that an error message should tell
     } else {
         fs::create_directory(images);
         fs::create_directory(versions);
@@ -88,10 +89,10 @@ void Session::prepare_properties() {
     properties_.take_changes();  // ours, from before the start
 }
 
-void Session::start_daemon() {
+void Session::start() {
     if (!options_.start_daemon) {
         std::cout << "start the daemon with: MARLO_ROOT=" << root_.path().string() << " "
-                  << options_.daemon.string() << std::endl;
+                  << fs::absolute(options_.daemon).string() << std::endl;
         return;
     }
     begin_clock();
@@ -100,7 +101,6 @@ void Session::start_daemon() {
 }
 
 Session::Result Session::run() {
-    start_daemon();
     for (;;) {
         wait();
         const SignalWatch::Arrived signals = signals_.take();

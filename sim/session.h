@@ -21,7 +21,7 @@
 
 namespace sim {
 
-// Everything happens on one thread, in run(): it waits for requests from the mounts, for the
+// Everything happens on one thread, in run(), which waits for requests from the mounts, for the
 // daemon's log, for written properties, for signals and for deadlines, and hands each to the model,
 // the judge and the display. Destruction ends the daemon, unmounts, and removes the root.
 class Session : private Observer {
@@ -31,11 +31,15 @@ class Session : private Observer {
     Session(const Options& options, const Scenario& scenario, SignalWatch& signals,
             Display& display);
 
+    // Starts the daemon, or says how to. To be called once, before run(). Throws
+    // std::runtime_error if the daemon cannot be started.
+    void start();
+
     struct Result {
         Verdict verdict;
         int signal = 0;  // not 0: the user ended the session with it, and the verdict is void
     };
-    // To be called once.
+    // To be called once. Throws std::runtime_error if it cannot go on.
     Result run();
 
     const std::filesystem::path& root() const { return root_.path(); }
@@ -45,7 +49,6 @@ class Session : private Observer {
 
     void make_firmware();
     void prepare_properties();
-    void start_daemon();
     void wait();
     std::optional<Time> next_deadline() const;
     void answer_requests();
