@@ -162,6 +162,11 @@ void Platform::property(const std::string& name, const std::string& value) {
     properties_[name] = value;
 }
 
+void Platform::remark(const std::string& line) {
+    const std::lock_guard lock(mutex_);
+    note(line);
+}
+
 void Platform::wait_until_idle() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return waiting_polls_ > 0 && !anything_pending(); });

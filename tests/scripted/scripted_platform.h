@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <dirent.h>
 #include <poll.h>
 
 #include <condition_variable>
@@ -75,6 +76,8 @@ class Platform {
     void on_sleep(std::function<void(int64_t)> handler);
     void stop_after_sleeps(int count);
     void property(const std::string& name, const std::string& value);
+    // Puts a line of the test's own into the transcript.
+    void remark(const std::string& line);
 
     // Blocks until every scripted read and event is used up and a poll waits.
     void wait_until_idle();
