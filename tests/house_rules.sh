@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Rules of the house that no compiler checks. Prints each line that breaks one; exit status 1 then.
+set -uo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+status=0
+
+rule() { # TEXT LINES
+    [ -z "$2" ] && return
+    status=1
+    printf '%s:\n%s\n' "$1" "$2"
+}
+
+product=(daemon comhandler glink fwupdater wire)
+
+rule "The kernel is reached through platform/ only" "$(
+    git grep -nE '#include <(fcntl|unistd|poll|sys/ioctl|sys/mman)\.h>' -- "${product[@]}"
+)"
+rule "No #ifdef for a system outside platform/" "$(
+    git grep -nE '#.*\b(__ANDROID__|__linux__|__GLIBC__)\b' -- "${product[@]}" sim tests '*.txt'
+)"
+rule "The virtual co-processor includes nothing of the product" "$(
+    git grep -nE '#include "(daemon|comhandler|glink|fwupdater|wire|platform)/' -- sim
+)"
+rule "Rooms do not point backwards" "$(
+    git grep -nE '#include "(comhandler/MarloComHandler|daemon/(Marlo|DFU)|fwupdater|rma)' -- \
+        comhandler/client_wakelock.* glink wire platform
+    git grep -nE '#include "(glink|fwupdater|daemon/(Marlo|DFU))' -- comhandler
+    git grep -nE '#include "(daemon/(Marlo|DFU)|comhandler/MarloComHandler)' -- fwupdater
+)"
+rule "No packet is cast to a record" "$(
+    git grep -nE 'reinterpret_cast' -- glink fwupdater wire daemon |
+        grep -v 'reinterpret_cast<uintptr_t>(this)'
+)"
+rule "A test sleeps" "$(
+    git grep -nE 'sleep_for|sleep_until|\b(u|nano)?sleep\(' -- 'tests/*.cpp' 'tests/*.h' |
+        grep -vE '(os|Platform)::|unsigned int sleep|int usleep'
+)"
+rule "Source without a licence line" "$(
+    git ls-files '*.cpp' '*.h' | xargs grep -L 'SPDX-License-Identifier: Apache-2.0'
+)"
+exit "$status"
