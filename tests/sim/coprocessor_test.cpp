@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/coprocessor.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/sim/scripted_host.h"
+
+namespace sim::test {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr uint32_t kBoot = 0xc0205609;
+
+TEST(Coprocessor, LoadsInTheModeSetLast) {
+    Host host;
+    EXPECT_EQ(host.boot_command(6), kFlashMode);
+    EXPECT_EQ(host.model.remoteproc_state(), "offline\n");
+    EXPECT_EQ(host.model.open_channel(Channel::kDfu), -ENODEV);
+    host.boot_in_host_mode();
+    EXPECT_EQ(host.boot_command(6), kHostMode);
+    EXPECT_EQ(host.model.remoteproc_state(), "running\n");
+    EXPECT_EQ(host.boot_command(4), 0);
+    EXPECT_EQ(host.model.remoteproc_state(), "offline\n");
+    EXPECT_TRUE(host.model.hung_up(Channel::kDfu));
+    EXPECT_EQ(host.spi(false), 0);
+    EXPECT_FALSE(host.model.status().spi_busy);
+    EXPECT_EQ(host.boot_command(8, 1), 0);
+    EXPECT_EQ(host.model.status().boot_status, 1u);
+    EXPECT_EQ(host.first_failure(), "");
+}
+
+struct WrongCommand {
+    uint32_t number;
+    std::vector<uint32_t> block;
+    const char* failure;
+};
+
+TEST(Coprocessor, ReportsWrongCommands) {
+    const WrongCommand table[] = {
+        {0xc020560a, {0, 0, 0, 0, 0, 0, 0, 0}, "ioctl 0xc020560a with cmd 0"},
+        {kBoot, {0, 0, 0, 0, 0, 2, 0, 0}, "with cmd 2 is no request"},
+        {kBoot, {0, 0, 0, 0, 0, 3, 0}, "is no request"},
+        {kBoot, {0, 7, 0, 0, 0, 4, 0, 0}, "unload: word at 4 expected 0, got 0x00000007"},
+        {kBoot, {1, 0, 0, 0, 0, 4, 0, 0}, "unload: word at 0 expected 0"},
+        {kBoot, {0, 0, 0, 0, 0, 6, 0, 5}, "get boot mode: word at 28 expected 0"},
+        {kBoot, {2, 0, 0, 0, 0, 5, 0, 0}, "mode expected 0 or 1, got 2"},
+        {kBoot, {4, 0, 0, 0, 0, 8, 0, 0}, "boot status: expected 1 to 3, got 4"},
+        {kBoot, {0, 0, 0, 0, 0, 3, 0, 0}, "load while the SPI bus is not marked busy"},
+        {0xc0205605, {0x1000, 0, 0, 0, 0, 20, 0, 0}, "reset: word at 24 expected 1"},
+        {0xc0205605,
+         {0x1000, 0, 0, 0, 0, 20, 1, 0},
+         "data word expected 0x08000000, got 0x00000000"},
+        {0xc0205605, {0x8, 0, 0, 0, 0, 20, 1, 0}, "0x00000008 is not the daemon's memory"},
+        {0xc0205608, {0, 0, 0, 0, 0, 3, 0, 0x8}, "0x00000008 is not the daemon's memory"},
+    };
+    for (const WrongCommand& wrong : table) {
+        Behaviour behaviour;
+        behaviour.running = true;
+        Host host(behaviour);
+        host.ioctl(wrong.number, wrong.block);
+        EXPECT_THAT(host.first_failure(), HasSubstr(wrong.failure));
+    }
+}
+
+TEST(Coprocessor, WritesTheVersionRecord) {
+    Behaviour behaviour;
+    behaviour.running = true;
+    behaviour.versions = {0x01020003, std::string(150, 'a'), "dsp", "bt"};
+    behaviour.faults = {Fault::kVersionQueryFails};
+    behaviour.version_failures = 2;
+    Host host(behaviour);
+    host.memory.bytes.assign(512, 0x77);
+    EXPECT_EQ(host.query_version(), -EIO);
+    EXPECT_EQ(host.query_version(), -EIO);
+    EXPECT_EQ(host.query_version(), 0);
+    const char* record = reinterpret_cast<const char*>(host.memory.bytes.data());
+    EXPECT_EQ(std::string(record + 4, 4), std::string("\x03\0\x02\x01", 4));
+    EXPECT_STREQ(record + 8, std::string(99, 'a').c_str());
+    EXPECT_STREQ(record + 108, "dsp");
+    EXPECT_STREQ(record + 208, "bt");
+    EXPECT_EQ(record[307], 0);
+    EXPECT_EQ(record[308], 0x77);
+}
+
+TEST(Coprocessor, LoadFaults) {
+    struct Row {
+        Fault fault;
+        int flash;
+        int host;
+        int flash_after_update;
+    };
+    const Row table[] = {{Fault::kFlashFirmwareDamaged, -EIO, 0, 0},
+                         {Fault::kFlashLoadFails, -EIO, 0, -EIO},
+                         {Fault::kLoadFails, -EIO, -EIO, -EIO}};
+    for (const Row& row : table) {
+        Behaviour behaviour;
+        behaviour.faults = {row.fault};
+        EXPECT_EQ(find_fault(fault_name(row.fault)), row.fault);
+        Host host(behaviour);
+        host.spi(true);
+        EXPECT_EQ(host.boot_command(3), row.flash);
+        host.boot_command(5, kHostMode);
+        EXPECT_EQ(host.boot_command(3), row.host);
+        host.boot_in_host_mode();
+        host.download();
+        host.boot_command(5, kFlashMode);
+        host.boot_command(4);
+        EXPECT_EQ(host.boot_command(3), row.flash_after_update) << fault_name(row.fault);
+    }
+}
+
+TEST(Coprocessor, JudgesTheWakelock) {
+    const std::string_view name("MARLODAEMON_WAKEUP", 19);
+    Host host;
+    host.model.write_wake_lock(name);
+    host.model.write_wake_unlock(name);
+    EXPECT_EQ(host.first_failure(), "");
+    host.model.write_wake_unlock(name);
+    host.model.write_wake_lock(name.substr(0, 18));
+    host.model.write_wake_lock(name);
+    host.model.write_wake_lock(name);
+    const auto& failures = host.model.failures();
+    ASSERT_EQ(failures.size(), 3u);
+    EXPECT_EQ(failures[0], "wake_unlock: the wakelock is not held");
+    EXPECT_THAT(failures[1], HasSubstr("got 18 bytes \"MARLODAEMON_WAKEUP\""));
+    EXPECT_EQ(failures[2], "wake_lock: the wakelock is held already");
+}
+
+}  // namespace
+}  // namespace sim::test

@@ -1,0 +1,183 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/scenario.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/sim/scripted_host.h"
+
+namespace sim::test {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+
+// A daemon that does what a list of steps says, with a judge that looks on.
+class Play {
+  public:
+    explicit Play(const Scenario& scenario)
+        : judge(scenario), host(behaviour_for(scenario, generated_firmware())) {
+        host.events.judge = &judge;
+    }
+
+    Judge judge;
+    Host host;
+
+    void perform(const std::string& words) {
+        static const std::map<std::string, std::pair<uint32_t, uint32_t>> boot_commands = {
+            {"get boot mode", {6, 0}},
+            {"set boot mode HOST", {5, 0}},
+            {"set boot mode FLASH", {5, 1}},
+            {"load", {3, 0}},
+            {"unload", {4, 0}},
+            {"soft reset", {0, 0}},
+            {"TWM exit", {1, 0}},
+            {"save dump", {7, 0}},
+            {"boot status 1", {8, 1}}};
+        const size_t equals = words.find('=');
+        if (equals != words.npos) {
+            return tell(EventKind::kProperty,
+                        {{"name", words.substr(0, equals)}, {"value", words.substr(equals + 1)}});
+        }
+        if (words == "session begins") return begin_session();
+        if (words == "session ends") return host.answer();
+        if (words == "reset") return (void)host.reset();
+        if (words == "query version") return (void)host.query_version();
+        if (words.starts_with("SPI ")) return (void)host.spi(words == "SPI busy");
+        if (words == "exit 237") return tell(EventKind::kDaemon, {{"exit", 237}});
+        for (const auto& [name, command] : boot_commands) {
+            if (words.starts_with(name)) {
+                return (void)host.boot_command(command.first, command.second);
+            }
+        }
+        FAIL() << "no such step: " << words;
+    }
+
+    void perform_all(const Scenario& scenario, size_t count) {
+        for (size_t i = 0; i < count; ++i) {
+            if (const auto change = judge.take_stimulus()) {
+                perform(change->name + "=" + change->value);
+            } else {
+                perform(scenario.steps[i].words);
+            }
+        }
+        if (!host.model.status().wakelock_held) return;
+        host.model.write_wake_unlock(std::string_view("MARLODAEMON_WAKEUP", 19));
+    }
+
+    void log(const Scenario& scenario) {
+        for (const std::string& log : scenario.logs) {
+            tell(EventKind::kDaemon, {{"line", "I tag: fn:1, " + log + "\n"}});
+        }
+    }
+
+    void tell(EventKind kind, nlohmann::json fields) { judge.event({now, kind, fields}); }
+
+    Verdict verdict_at(Time time) const { return judge.verdict(host.model, time); }
+
+    Time now = 5s;
+
+  private:
+    void begin_session() {
+        host.model.open_channel(Channel::kDfu);
+        host.model.write_wake_lock(std::string_view("MARLODAEMON_WAKEUP", 19));
+        host.erase_all();
+        host.ask_state();
+        host.answer(1);
+    }
+};
+
+class EachScenario : public testing::TestWithParam<Scenario> {};
+
+TEST_P(EachScenario, PassesWhenPlayedAndOnlyAfterTheSettleTime) {
+    const Scenario& scenario = GetParam();
+    Play play(scenario);
+    play.host.model.set_time(play.now);
+    play.perform_all(scenario, scenario.steps.size());
+    EXPECT_EQ(play.verdict_at(60s).outcome, Verdict::kRunning) << "without its log lines";
+    play.log(scenario);
+    const Time end = play.now + scenario.settle;
+    EXPECT_EQ(play.judge.next_deadline(), end);
+    EXPECT_EQ(play.verdict_at(end - 1ns).outcome, Verdict::kRunning);
+    EXPECT_EQ(play.verdict_at(end).outcome, Verdict::kPass) << play.verdict_at(end).why;
+}
+
+TEST_P(EachScenario, FailsOnOneCommandMore) {
+    const Scenario& scenario = GetParam();
+    Play play(scenario);
+    play.perform_all(scenario, scenario.steps.size());
+    play.log(scenario);
+    play.perform("save dump");
+    EXPECT_EQ(play.verdict_at(play.now).outcome, Verdict::kFail);
+    EXPECT_THAT(play.verdict_at(play.now).why, HasSubstr("expected nothing after"));
+}
+
+TEST_P(EachScenario, DoesNotPassBeforeTheLastStep) {
+    const Scenario& scenario = GetParam();
+    if (scenario.steps.empty()) return;
+    Play play(scenario);
+    play.perform_all(scenario, scenario.steps.size() - 1);
+    play.log(scenario);
+    EXPECT_EQ(play.verdict_at(600s).outcome, Verdict::kRunning);
+    EXPECT_EQ(play.judge.next_deadline(), std::nullopt);
+    EXPECT_THAT(play.judge.waiting_for(), HasSubstr(scenario.steps.back().words));
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, EachScenario, testing::ValuesIn(all_scenarios()),
+                         [](const auto& info) {
+                             std::string name = info.param.name;
+                             std::replace(name.begin(), name.end(), '-', '_');
+                             return name;
+                         });
+
+std::string why_after(const char* name, const std::vector<std::string>& words) {
+    Play play(*find_scenario(name));
+    for (const std::string& step : words) play.perform(step);
+    return play.verdict_at(play.now).why;
+}
+
+TEST(Judge, NamesWhatCameInsteadOfWhat) {
+    EXPECT_EQ(why_after("update", {"get boot mode", "unload"}),
+              "expected set boot mode HOST after get boot mode FLASH; got unload");
+    EXPECT_EQ(why_after("boot-failure", {"get boot mode", "SPI busy", "load", "SPI free"}),
+              "expected get boot mode FLASH after load fails; got SPI free");
+    EXPECT_EQ(why_after("reset", {"exit 237"}),
+              "expected get boot mode FLASH after the start; got exit 237");
+    // A failed check of the model comes before everything else.
+    EXPECT_EQ(why_after("update", {"load"}), "load while the SPI bus is not marked busy");
+}
+
+TEST(Judge, LooksAtTheFlashAndTheWakelockInTheEnd) {
+    const Scenario& update = *find_scenario("update");
+    {
+        Play play(update);
+        play.host.tamper = [](Bytes& bytes) {
+            if (bytes[0] != 6) return;
+            ++bytes[28];
+            seal(bytes);
+        };
+        play.perform_all(update, update.steps.size());
+        play.log(update);
+        EXPECT_THAT(play.verdict_at(60s).why, HasSubstr("flash, image 3 (APPS): byte 0 is"));
+    }
+    {
+        Play play(update);
+        play.perform_all(update, update.steps.size());
+        play.log(update);
+        play.host.model.write_wake_lock(std::string_view("MARLODAEMON_WAKEUP", 19));
+        EXPECT_EQ(play.verdict_at(60s).why, "at the end the wakelock is still held");
+    }
+}
+
+TEST(BehaviourFor, NeedsAVersionThatCanDiffer) {
+    FirmwareBundle firmware = generated_firmware();
+    firmware.versions.apps = "";
+    EXPECT_THROW(behaviour_for(*find_scenario("mismatch"), firmware), FirmwareError);
+    EXPECT_NO_THROW(behaviour_for(*find_scenario("current"), firmware));
+    firmware.versions.apps = "aaaa";
+    const std::string running = behaviour_for(*find_scenario("mismatch"), firmware).versions.apps;
+    EXPECT_EQ(running.find("aaaa"), running.npos);
+}
+
+}  // namespace
+}  // namespace sim::test
