@@ -2,6 +2,7 @@
 #include "sim/fuse_mount.h"
 
 #include <fcntl.h>
+#include <linux/fuse.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -117,6 +118,16 @@ bool access_allowed(const File& file, int flags) {
     return access == O_RDONLY || (file.permissions() & 0222);
 }
 
+// As fuse_reply_open, which cannot say that a file is a stream. Without that a read that waits
+// keeps every write to the same descriptor waiting: the kernel guards the position that a stream
+// has not.
+int reply_open(fuse_req_t request, const File& file) {
+    fuse_open_out reply{};
+    reply.open_flags = FOPEN_DIRECT_IO;  // each read asks anew, a write arrives as it was made
+    if (file.stream()) reply.open_flags |= FOPEN_NONSEEKABLE | FOPEN_STREAM;
+    return fuse_reply_buf(request, reinterpret_cast<const char*>(&reply), sizeof reply);
+}
+
 void open(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info) {
     File* file = file_of(request, inode);
     if (!file) {
@@ -128,10 +139,8 @@ void open(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info) {
         fuse_reply_err(request, -result);
         return;
     }
-    info->direct_io = 1;  // each read asks anew, and a write arrives as the caller made it
-    info->nonseekable = file->stream();
     // ENOENT: the caller was killed before it got the descriptor; no release will follow.
-    if (fuse_reply_open(request, info) == -ENOENT) file->release();
+    if (reply_open(request, *file) == -ENOENT) file->release();
 }
 
 void release(fuse_req_t request, fuse_ino_t inode, fuse_file_info*) {
@@ -230,6 +239,8 @@ FuseMount::Received FuseMount::receive() {
     return result > 0 ? Received::kRequest : Received::kUnmounted;
 }
 
-void FuseMount::answer() { fuse_session_process_buf(session_, &buffer_); }
+void FuseMount::answer() {
+    fuse_session_process_buf(session_, &buffer_);
+}
 
 }  // namespace sim
