@@ -23,7 +23,6 @@ class Loading : public UpdaterTest {
     uint32_t load() {
         return updater_.parsePartitionAndSaveFw(std::string(kImages) + "./partition_table.xml");
     }
-    size_t logged(const std::string& text) { return scripted::platform().count(text); }
 };
 
 }  // namespace

@@ -53,8 +53,6 @@ class PlatformPatch : public UpdaterTest {
         std::copy(kBlock.begin(), kBlock.end(), elf.begin() + static_cast<ptrdiff_t>(offset));
         return around(elf);
     }
-
-    size_t logged(const std::string& text) { return scripted::platform().count(text); }
 };
 
 void put(Bytes& bytes, size_t offset, auto value) {

@@ -79,6 +79,8 @@ class UpdaterTest : public ::testing::Test {
     void receive(uint32_t id, const std::vector<uint32_t>& words = {}) {
         transport_->deliver(message(id, words));
     }
+    // How many log lines contain this text.
+    size_t logged(const std::string& text) { return scripted::platform().count(text); }
     // All steps since the last call.
     void expect(const Lines& lines) {
         EXPECT_THAT(recording_.take(), ::testing::ElementsAreArray(lines));

@@ -20,7 +20,6 @@ class Session : public UpdaterTest {
         image("./flash.bin", "flash");
         start();
     }
-    size_t logged(const std::string& text) { return scripted::platform().count(text); }
 };
 
 }  // namespace

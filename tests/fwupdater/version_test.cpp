@@ -20,7 +20,6 @@ wear_firmware_info_t record(std::string_view apps, std::string_view dsp, std::st
 class VersionCheck : public UpdaterTest {
   protected:
     int check(wear_firmware_info_t info) { return updater_.fw_version_check(&info); }
-    size_t logged(const std::string& text) { return scripted::platform().count(text); }
 };
 
 }  // namespace
