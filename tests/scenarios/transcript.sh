@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# The transcript of an update: one JSON object a line, its times in order, and in it the requests
+# and answers of a download.
+. "$(dirname "$0")/common.sh"
+transcript=$scratch/transcript
+simulate update --quiet --transcript "$transcript" >"$scratch/output" || fail "$(cat "$scratch/output")"
+
+! grep -vE '^\{"time":[0-9.e-]+,"kind":"[a-z]+",.*\}$' "$transcript" || fail "not a line of JSON"
+cut -d: -f2 "$transcript" | cut -d, -f1 | sort -g -c || fail "times go backwards"
+for kind in ioctl packet property sysfs state; do
+    grep -q "\"kind\":\"$kind\"" "$transcript" || fail "no line of kind $kind"
+done
+count() { grep -c "\"name\":\"$1\"" "$transcript"; }
+for name in DFU_SPCL_OPERATION_REQ MG_UPDT_REQ IMG_INFO_RESP SESSION_END_RESP; do
+    [ "$(count $name)" -gt 0 ] || fail "no $name"
+done
+[ "$(count IMG_OFFSET_REQ)" -gt 10 ] || fail "hardly any fragment"
+[ "$(count IMG_OFFSET_REQ)" = "$(count IMG_OFFSET_RESP)" ] || fail "requests without answer"
