@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "sim/coprocessor.h"
+#include "sim/event.h"
 
 namespace sim {
 
@@ -17,13 +17,9 @@ class Patience {
   public:
     explicit Patience(std::optional<Time> limit) : limit_(limit) {}  // none: for ever
 
-    void look(const Coprocessor& coprocessor, const std::string& waiting_for, Time now) {
-        const Status& status = coprocessor.status();
-        uint64_t bytes = status.erase_done;
-        for (const ImageProgress& image : status.images) bytes += image.done;
-        if (bytes > most_bytes_ || waiting_for != waiting_for_ || coprocessor.next_deadline()) {
-            moved_at_ = now;
-        }
+    // `bytes`: erased and written so far. `busy`: the co-processor has something under way.
+    void look(uint64_t bytes, bool busy, const std::string& waiting_for, Time now) {
+        if (bytes > most_bytes_ || busy || waiting_for != waiting_for_) moved_at_ = now;
         most_bytes_ = std::max(most_bytes_, bytes);
         waiting_for_ = waiting_for;
     }

@@ -10,9 +10,9 @@ namespace {
 
 using Look = ScreenLine::Look;
 
-constexpr size_t kLogRows = 6;       // what the log gets even when there are many images
-constexpr size_t kNameColumns = 17;  // of an image
-constexpr int kFigureColumns = 45;   // of what stands behind a bar
+constexpr size_t kLogRows = 6;         // what the log gets even when there are many images
+constexpr size_t kNameColumns = 17;    // of an image
+constexpr size_t kFigureColumns = 45;  // of what stands behind a bar
 
 struct Bar {
     std::string name;
@@ -54,7 +54,7 @@ std::string padded(std::string text, size_t columns) {
     return text;
 }
 
-// Percentage, bytes, rate and the time that remains: always kFigureColumns wide.
+// Percentage, bytes, rate and the time that remains, in kFigureColumns.
 std::string figures(const Bar& bar, Time now) {
     const uint64_t percent = bar.total ? bar.done * 100 / bar.total : 100;
     std::string rate, remaining;
@@ -70,7 +70,7 @@ std::string figures(const Bar& bar, Time now) {
                   bytes_text(static_cast<double>(bar.done)).c_str(),
                   bytes_text(static_cast<double>(bar.total)).c_str(), rate.c_str(),
                   remaining.c_str());
-    return padded(text, kFigureColumns);
+    return text;
 }
 
 std::string bar_text(const Bar& bar, Time now, size_t columns) {
@@ -151,7 +151,10 @@ std::vector<ScreenLine> render(const ScreenContent& content, ScreenSize size) {
         lines.push_back(log_line(*line));
     }
     lines.resize(std::min(lines.size(), size.rows));
-    for (ScreenLine& line : lines) line.text.resize(std::min(line.text.size(), size.columns));
+    for (ScreenLine& line : lines) {
+        line.text.resize(std::min(line.text.size(), size.columns));
+        line.text.resize(line.text.find_last_not_of(' ') + 1);
+    }
     return lines;
 }
 

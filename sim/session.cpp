@@ -27,6 +27,12 @@ std::optional<Time> time_limit(const Options& options) {
     return kTimeout;
 }
 
+uint64_t bytes_done(const Status& status) {
+    uint64_t bytes = status.erase_done;
+    for (const ImageProgress& image : status.images) bytes += image.done;
+    return bytes;
+}
+
 // A daemon that somebody else starts shows neither its log nor its end.
 Scenario visible_part(Scenario scenario, const Options& options) {
     if (options.start_daemon) return scenario;
@@ -196,7 +202,8 @@ Verdict Session::verdict() {
     const Verdict verdict = judge_.verdict(*coprocessor_, now());
     if (verdict.outcome != Verdict::kRunning) return verdict;
     const std::string waiting_for = judge_.waiting_for();
-    patience_.look(*coprocessor_, waiting_for, now());
+    const bool busy = coprocessor_->next_deadline().has_value();
+    patience_.look(bytes_done(coprocessor_->status()), busy, waiting_for, now());
     if (patience_.end() && now() >= *patience_.end()) {
         const auto limit = std::chrono::duration_cast<std::chrono::seconds>(*time_limit(options_));
         return {Verdict::kFail, "nothing has moved on for " + std::to_string(limit.count()) +
