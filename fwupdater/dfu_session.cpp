@@ -13,8 +13,8 @@ namespace {
 // "1" once a firmware update has been completed; read at the next boot.
 constexpr const char* kUpdateDoneProperty = "persist.vendor.zt_aon.dfu_update";
 
-// The co-processor chooses the fragment length. Its own buffers are a few KiB: far more than it can
-// hold is a damaged request, and answering it would only take memory away from everybody.
+// The co-processor chooses the fragment length. A longer one is a damaged request, and answering it
+// would only take memory away from everybody.
 constexpr uint32_t kMaximumFragment = 16 * 1024 * 1024;
 
 }  // namespace

@@ -12,6 +12,9 @@ namespace {
 constexpr int32_t kFlashImageId = 1;
 constexpr int32_t kPartition1ImageId = 2;
 
+// The operation in whose name its steps log.
+constexpr const char* kLoading = "parsePartitionAndSaveFw";
+
 std::optional<PartitionTable> load_partition_table(const std::string& path) {
     const std::optional<std::vector<uint8_t>> xml = read_regular_file(path);
     if (!xml) {
@@ -20,46 +23,47 @@ std::optional<PartitionTable> load_partition_table(const std::string& path) {
     try {
         return parse_partition_table(*xml);
     } catch (const std::bad_alloc&) {
-        MARLO_LOG(error, "no memory for the elements of %s", path.c_str());
+        MARLO_LOG_FOR(kLoading, error, "no memory for the elements of %s", path.c_str());
         return std::nullopt;
     }
 }
 
 void log_boot_loader_offset(const PartitionTable& table) {
     if (table.has_mbr) {
-        MARLO_LOG(debug, "mbr_Element is Not NULL");
+        MARLO_LOG_FOR(kLoading, debug, "mbr_Element is Not NULL");
     }
     if (table.boot_loader_offset) {
-        MARLO_LOG(debug, "PartitionSBLOffsetElement is Not NULL");
-        MARLO_LOG(debug, "tbx_elf_offset : %d", *table.boot_loader_offset);
+        MARLO_LOG_FOR(kLoading, debug, "PartitionSBLOffsetElement is Not NULL");
+        MARLO_LOG_FOR(kLoading, debug, "tbx_elf_offset : %d", *table.boot_loader_offset);
     }
 }
 
 void log_partition(const PartitionElement& element) {
     if (element.offset) {
-        MARLO_LOG(debug, "Offset : %d", *element.offset);
+        MARLO_LOG_FOR(kLoading, debug, "Offset : %d", *element.offset);
     }
     if (element.img_id) {
-        MARLO_LOG(debug, "Img ID : %d", *element.img_id);
+        MARLO_LOG_FOR(kLoading, debug, "Img ID : %d", *element.img_id);
     }
     if (element.partition_name) {
-        MARLO_LOG(debug, "partition Name : %s", element.partition_name->c_str());
+        MARLO_LOG_FOR(kLoading, debug, "partition Name : %s", element.partition_name->c_str());
     }
     if (element.image_path) {
-        MARLO_LOG(debug, "Img Path : %s", element.image_path->c_str());
+        MARLO_LOG_FOR(kLoading, debug, "Img Path : %s", element.image_path->c_str());
     }
     if (element.size) {
-        MARLO_LOG(debug, "Img Size from xml: %d", *element.size);
+        MARLO_LOG_FOR(kLoading, debug, "Img Size from xml: %d", *element.size);
     }
     if (element.part_type) {
-        MARLO_LOG(debug, "isErasable from xml: %d", *element.part_type);
+        MARLO_LOG_FOR(kLoading, debug, "isErasable from xml: %d", *element.part_type);
     }
 }
 
 void store_image(marlo_fw_resource& resource, const char* shown_name, std::vector<uint8_t> data) {
     resource.data = std::move(data);
     resource.size = static_cast<uint32_t>(resource.data.size());
-    MARLO_LOG(debug, "firmware %s resource Size : %d", shown_name, static_cast<int>(resource.size));
+    MARLO_LOG_FOR(kLoading, debug, "firmware %s resource Size : %d", shown_name,
+                  static_cast<int>(resource.size));
 }
 
 }  // namespace
@@ -95,7 +99,7 @@ uint32_t marlo_fw_updater::parsePartitionAndSaveFw(const std::string& path) {
 
 void marlo_fw_updater::load_partitions(const PartitionTable& table) {
     if (table.no_of_partitions) {
-        MARLO_LOG(debug, "no_of_partitions : %s", table.no_of_partitions->c_str());
+        MARLO_LOG_FOR(kLoading, debug, "no_of_partitions : %s", table.no_of_partitions->c_str());
     }
     PartitionValues values;
     for (const PartitionElement& element : table.partitions) {

@@ -2,6 +2,7 @@
 // Whether the firmware that runs is the firmware that ships.
 #include <cstring>
 #include <new>
+#include <string>
 #include <string_view>
 
 #include "daemon/marlo_deamon_log.h"
@@ -25,7 +26,7 @@ bool contains(std::string_view text, std::string_view part) {
 
 marlo_meta_info parse(const std::vector<uint8_t>& bytes, const char* path) {
     try {
-        return parse_version_file({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+        return parse_version_file(std::string(bytes.begin(), bytes.end()));
     } catch (const std::bad_alloc&) {
         MARLO_LOG(error, "no memory for the versions in %s", path);
         return {};

@@ -11,6 +11,9 @@
 
 namespace {
 
+// The operation in whose name its steps log.
+constexpr const char* kPatching = "updatePlatformInfo";
+
 // The first `most` bytes of a kernel file, up to a NUL. Nothing where it cannot be read.
 std::optional<std::string> kernel_text(const char* path, size_t most) {
     std::string text(most, '\0');
@@ -31,27 +34,28 @@ std::span<uint8_t> elf_inside(std::vector<uint8_t>& image, int32_t offset) {
 
 void log_class(uint8_t elf_class) {
     if (elf_class == elf::kClass64) {
-        MARLO_LOG(error, "ELFCLASS64");
+        MARLO_LOG_FOR(kPatching, error, "ELFCLASS64");
     } else if (elf_class == elf::kClass32) {
-        MARLO_LOG(error, "ELFCLASS32");
+        MARLO_LOG_FOR(kPatching, error, "ELFCLASS32");
     } else {
-        MARLO_LOG(error, "Invalid ELF");
+        MARLO_LOG_FOR(kPatching, error, "Invalid ELF");
     }
 }
 
 void patch_block(std::span<uint8_t> elf, uint32_t offset, const platform_info& info) {
-    MARLO_LOG(debug, "BinsToBuf debugPolicy_offset=%x", offset);
+    MARLO_LOG_FOR(kPatching, debug, "BinsToBuf debugPolicy_offset=%x", offset);
     if (!info.write_to(elf, offset)) {
-        MARLO_LOG(error, "debug policy block at %x lies outside the image of %zu bytes", offset,
-                  elf.size());
+        MARLO_LOG_FOR(kPatching, error,
+                      "debug policy block at %x lies outside the image of %zu bytes", offset,
+                      elf.size());
         return;
     }
     const platform_info written = platform_info::read_from(elf, offset);
-    MARLO_LOG(debug, "debug_policy = %x", written.debug_policy);
-    MARLO_LOG(debug, "platform_id = %x", written.platform_id);
-    MARLO_LOG(debug, "major_id = %x", written.major_id);
-    MARLO_LOG(debug, "minor_id = %x", written.minor_id);
-    MARLO_LOG(debug, "sub_type = %x", written.sub_type);
+    MARLO_LOG_FOR(kPatching, debug, "debug_policy = %x", written.debug_policy);
+    MARLO_LOG_FOR(kPatching, debug, "platform_id = %x", written.platform_id);
+    MARLO_LOG_FOR(kPatching, debug, "major_id = %x", written.major_id);
+    MARLO_LOG_FOR(kPatching, debug, "minor_id = %x", written.minor_id);
+    MARLO_LOG_FOR(kPatching, debug, "sub_type = %x", written.sub_type);
 }
 
 }  // namespace

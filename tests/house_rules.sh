@@ -16,7 +16,7 @@ rule "The kernel is reached through platform/ only" "$(
     git grep -nE '#include <(fcntl|unistd|poll|sys/ioctl|sys/mman)\.h>' -- "${product[@]}"
 )"
 rule "No #ifdef for a system outside platform/" "$(
-    git grep -nE '#.*\b(__ANDROID__|__linux__|__GLIBC__)\b' -- "${product[@]}" sim tests '*.txt'
+    git grep -nE '#.*\b(__ANDROID__|__linux__|__GLIBC__)\b' -- "${product[@]}" sim 'tests/*.cpp' 'tests/*.h'
 )"
 rule "The virtual co-processor includes nothing of the product" "$(
     git grep -nE '#include "(daemon|comhandler|glink|fwupdater|wire|platform)/' -- sim

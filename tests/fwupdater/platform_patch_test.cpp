@@ -64,7 +64,7 @@ void put(Bytes& bytes, size_t offset, auto value) {
 TEST_F(PlatformPatch, FillsTheBlockOfLinkedImages) {
     const Bytes second = linked("second32");
     EXPECT_EQ(patch(second), with_block(second, segment<Elf32_Ehdr, Elf32_Phdr>(second, 1)));
-    EXPECT_EQ(logged("E log_class:"), 1U);
+    EXPECT_EQ(logged("E updatePlatformInfo:"), 1U);
     EXPECT_EQ(logged("ELFCLASS32"), 1U);
     for (const char* line : {", debug_policy = 1", ", platform_id = 24", ", major_id = ffffffff",
                              ", minor_id = ffffffff", ", sub_type = c"}) {
