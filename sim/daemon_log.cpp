@@ -8,7 +8,7 @@ namespace sim {
 namespace {
 
 // The daemon never writes such lines; without a limit a broken one could fill the memory.
-constexpr size_t kLongestLine = 64 * 1024;
+constexpr size_t kLongestLine = 65536;
 
 // The next word and what follows the blanks before it; empty at the end.
 std::string_view take_word(std::string_view& text) {

@@ -18,7 +18,7 @@ class MountError : public std::runtime_error {
 
 // Largest number of bytes that the kernel hands over as one write and asks for in one read,
 // wherever the caller's buffer begins: libfuse's buffer of 256 pages less one page.
-inline constexpr size_t kLargestTransfer = 255 * 4096;
+inline constexpr size_t kLargestTransfer = size_t{255} * 4096;
 
 // Mounts at construction, unmounts at destruction. The session's thread must not touch a path below
 // the mount point in between: it would wait for itself.

@@ -7,6 +7,7 @@ namespace sim {
 namespace {
 
 iovec remote_range(uint32_t address, size_t size) {
+    // An address of another process is never a pointer of this one. NOLINTNEXTLINE(*-int-to-ptr)
     return {reinterpret_cast<void*>(static_cast<uintptr_t>(address)), size};
 }
 

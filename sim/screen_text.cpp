@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 
 namespace sim {
@@ -39,7 +40,7 @@ std::string bytes_text(double bytes) {
 }
 
 std::string minutes_text(double duration) {
-    const auto whole = static_cast<long>(std::min(duration, 359999.0) + 0.5);  // 99 hours and more
+    const auto whole = std::lround(std::min(duration, 359999.0));  // 99 hours and more
     char text[32];
     if (whole >= 3600) {
         std::snprintf(text, sizeof text, "%ldh%02ldm", whole / 3600, whole / 60 % 60);

@@ -199,7 +199,7 @@ void Session::advance() {
 
 Verdict Session::verdict() {
     if (!begin_) return {Verdict::kRunning, ""};
-    const Verdict verdict = judge_.verdict(*coprocessor_, now());
+    Verdict verdict = judge_.verdict(*coprocessor_, now());
     if (verdict.outcome != Verdict::kRunning) return verdict;
     const std::string waiting_for = judge_.waiting_for();
     const bool busy = coprocessor_->next_deadline().has_value();

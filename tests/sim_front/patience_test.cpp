@@ -22,7 +22,7 @@ TEST(Patience, EndsWhenNeitherBytesNorStepsMoveOn) {
 TEST(Patience, StartingAllOverAgainIsNotMovingOn) {
     Patience patience(60s);
     patience.look(100, false, "session ends", 10s);
-    for (const uint64_t bytes : {0, 50, 100, 0, 99}) {
+    for (const uint64_t bytes : {0u, 50u, 100u, 0u, 99u}) {
         patience.look(bytes, false, "session ends", 50s);
     }
     EXPECT_EQ(patience.end(), Time(70s));
