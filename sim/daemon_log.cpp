@@ -21,9 +21,8 @@ std::string_view take_word(std::string_view& text) {
 
 // `shape`: '0' stands for a digit, any other character for itself.
 bool has_shape(std::string_view word, std::string_view shape) {
-    return std::equal(word.begin(), word.end(), shape.begin(), shape.end(), [](char c, char s) {
-        return s == '0' ? c >= '0' && c <= '9' : c == s;
-    });
+    return std::equal(word.begin(), word.end(), shape.begin(), shape.end(),
+                      [](char c, char s) { return s == '0' ? c >= '0' && c <= '9' : c == s; });
 }
 
 bool is_number(std::string_view word) {

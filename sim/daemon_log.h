@@ -9,8 +9,8 @@
 
 namespace sim {
 
-// One line as liblog writes it to standard error: "tag P MM-DD hh:mm:ss  pid  tid text". A line that
-// does not look like that (a sanitizer's report, say) is all text, with priority '?'.
+// One line as liblog writes it to standard error: "tag P MM-DD hh:mm:ss  pid  tid text". A line
+// that does not look like that (a sanitizer's report, say) is all text, with priority '?'.
 struct LogLine {
     char priority = '?';  // V, D, I, W, E, F
     std::string tag;
@@ -29,8 +29,8 @@ class LineSplitter {
     std::string rest_;
 };
 
-// Control characters replaced by blanks and all that is not ASCII by question marks: as wide as it is
-// long, and one line wherever it is shown.
+// Control characters replaced by blanks and all that is not ASCII by question marks: as wide as it
+// is long, and one line wherever it is shown.
 std::string printable(std::string_view text);
 
 }  // namespace sim

@@ -16,9 +16,12 @@ class Display : public Observer {
     virtual void refresh(const Status&, Time) {}
     // The terminal has another size now.
     virtual void resized() {}
-    // The last call: shows the final state and leaves the terminal as it was. `failures`: of a
-    // session that failed, in words.
-    virtual void finish(const Status&, Time, const std::vector<std::string>&) {}
+    // The last call: shows the final state and leaves the terminal as it was.
+    struct Ending {
+        bool failed;
+        std::vector<std::string> failures;  // in words; those that the last line does not tell
+    };
+    virtual void finish(const Status&, Time, const Ending&) {}
 };
 
 }  // namespace sim

@@ -45,13 +45,14 @@ void PlainOutput::print(Time time, const std::string& text) {
     out_ << time_stamp(time) << printable(text) << std::endl;
 }
 
-void PlainOutput::finish(const Status& status, Time now, const std::vector<std::string>& failures) {
+void PlainOutput::finish(const Status& status, Time now, const Ending& ending) {
     refresh(status, now);
-    if (failures.empty()) return;
+    if (!ending.failed) return;
     out_ << "the last lines of the daemon's log:\n";
     for (const std::string& line : log_) out_ << "    " << line << "\n";
-    out_ << "failed checks:\n";
-    for (const std::string& failure : failures) out_ << "    " << printable(failure) << "\n";
+    for (const std::string& failure : ending.failures) {
+        out_ << "failed check: " << printable(failure) << "\n";
+    }
     out_ << std::flush;
 }
 

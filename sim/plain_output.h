@@ -16,7 +16,7 @@ class PlainOutput : public Display {
     explicit PlainOutput(std::ostream& out) : out_(out) {}
     void event(const Event& event) override;
     void refresh(const Status&, Time) override;
-    void finish(const Status&, Time, const std::vector<std::string>& failures) override;
+    void finish(const Status&, Time, const Ending& ending) override;
 
   private:
     void print(Time time, const std::string& text);

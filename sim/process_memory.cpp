@@ -16,8 +16,7 @@ iovec remote_range(uint32_t address, size_t size) {
 bool ProcessMemory::read(uint32_t address, std::span<uint8_t> into) {
     const iovec local = {into.data(), into.size()};
     const iovec remote = remote_range(address, into.size());
-    return process_vm_readv(thread_, &local, 1, &remote, 1, 0) ==
-           static_cast<ssize_t>(into.size());
+    return process_vm_readv(thread_, &local, 1, &remote, 1, 0) == static_cast<ssize_t>(into.size());
 }
 
 bool ProcessMemory::write(uint32_t address, std::span<const uint8_t> from) {

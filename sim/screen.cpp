@@ -66,11 +66,13 @@ void Screen::refresh(const Status& status, Time now) {
     draw();
 }
 
-void Screen::finish(const Status& status, Time now, const std::vector<std::string>& failures) {
+void Screen::finish(const Status& status, Time now, const Ending& ending) {
     drawn_at_.reset();
     refresh(status, now);
     std::string text;
-    for (const std::string& failure : failures) text += "failed: " + printable(failure) + "\n";
+    for (const std::string& failure : ending.failures) {
+        text += "failed check: " + printable(failure) + "\n";
+    }
     write(text);
 }
 

@@ -18,7 +18,7 @@ class Screen : public Display {
     void event(const Event& event) override;
     void refresh(const Status& status, Time now) override;
     void resized() override { size_changed_ = true; }
-    void finish(const Status& status, Time now, const std::vector<std::string>& failures) override;
+    void finish(const Status& status, Time now, const Ending& ending) override;
 
   private:
     void draw();

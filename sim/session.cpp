@@ -215,12 +215,10 @@ Verdict Session::verdict() {
 Session::Result Session::finish(Result result) {
     const Time end = now();
     if (daemon_) daemon_->kill();
-    std::vector<std::string> failures;
-    if (result.verdict.outcome == Verdict::kFail && !result.signal) {
-        failures = coprocessor_->failures();
-        if (failures.empty()) failures.push_back(result.verdict.why);
-    }
-    display_.finish(coprocessor_->status(), end, failures);
+    Display::Ending ending = {result.verdict.outcome == Verdict::kFail && !result.signal, {}};
+    if (ending.failed) ending.failures = coprocessor_->failures();
+    std::erase(ending.failures, result.verdict.why);
+    display_.finish(coprocessor_->status(), end, ending);
     if (transcript_) transcript_->close();
     return result;
 }

@@ -52,8 +52,8 @@ TEST(Screen, ShowsADownloadInEightyColumns) {
             "erase             [###############] 100%   4.1 kB/4.1 kB",
             "3 APPS            [###############] 100%   2.0 MB/2.0 MB     2.0 MB/s       done",
             "1 flash.bin       [#######--------]  50% 600.0 kB/1.2 MB   300.0 kB/s  0:02 left",
-            "2 partition_1.bin [---------------]   0%      0 B/500 B",
-            "the daemon's log", "I first", "E second"));
+            "2 partition_1.bin [---------------]   0%      0 B/500 B", "the daemon's log",
+            "I first", "E second"));
 }
 
 TEST(Screen, FitsAnyTerminalWhateverIsToBeShown) {
@@ -126,10 +126,10 @@ TEST_F(PlainOutputTest, TellsAStateAfterItsCommandAndOnlyWhenItIsNew) {
 
 TEST_F(PlainOutputTest, EndsAFailedSessionWithTheLogAndTheChecks) {
     for (int i = 0; i < 100; ++i) tell(EventKind::kDaemon, {{"line", std::to_string(i)}});
-    output_.finish({}, 2s, {"wrong CRC"});
+    output_.finish({}, 2s, {true, {"wrong CRC"}});
     EXPECT_THAT(text_.str(), HasSubstr("    99\n"));
     EXPECT_THAT(text_.str(), testing::Not(HasSubstr("    69\n")));
-    EXPECT_THAT(text_.str(), HasSubstr("failed checks:\n    wrong CRC\n"));
+    EXPECT_THAT(text_.str(), HasSubstr("failed check: wrong CRC\n"));
 }
 
 }  // namespace
