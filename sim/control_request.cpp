@@ -26,24 +26,24 @@ struct Row {
     uint32_t cmd;
     Command command;
     const char* name;
-    bool has_value = false;
     uint32_t count = 0;
+    bool has_value = false;
     bool has_reply = false;
 };
 
 constexpr Row kRows[] = {
     {kSpiFreeNumber, 0, Command::kSpiFree, "SPI free"},
     {kSpiBusyNumber, 0, Command::kSpiBusy, "SPI busy"},
-    {kResetNumber, 20, Command::kReset, "reset", true, 1},
-    {kIpcNumber, 3, Command::kVersion, "query version", false, 0, true},
+    {kResetNumber, 20, Command::kReset, "reset", 1, true},
+    {kIpcNumber, 3, Command::kVersion, "query version", 0, false, true},
     {kBootNumber, 0, Command::kSoftReset, "soft reset"},
     {kBootNumber, 1, Command::kTwmExit, "TWM exit"},
     {kBootNumber, 3, Command::kLoad, "load"},
     {kBootNumber, 4, Command::kUnload, "unload"},
-    {kBootNumber, 5, Command::kSetBootMode, "set boot mode", true},
+    {kBootNumber, 5, Command::kSetBootMode, "set boot mode", 0, true},
     {kBootNumber, 6, Command::kGetBootMode, "get boot mode"},
     {kBootNumber, 7, Command::kSaveDump, "save dump"},
-    {kBootNumber, 8, Command::kBootStatus, "boot status", true},
+    {kBootNumber, 8, Command::kBootStatus, "boot status", 0, true},
 };
 
 const Row* find_row(Command command) {

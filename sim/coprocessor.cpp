@@ -279,7 +279,8 @@ void Coprocessor::write_wake_unlock(std::string_view name) {
 
 void Coprocessor::write_wake_file(const char* file, std::string_view name, bool hold) {
     // The daemon writes the name with its terminating NUL.
-    constexpr std::string_view kName{"MARLODAEMON_WAKEUP", 19};
+    using namespace std::string_view_literals;
+    constexpr std::string_view kName = "MARLODAEMON_WAKEUP\0"sv;
     const std::string text(name.substr(0, name.find('\0')));
     reporter_->emit(EventKind::kSysfs, {{"file", file}, {"text", printable(text)}});
     if (name != kName) {

@@ -7,7 +7,6 @@
 
 namespace sim {
 
-using dfu::kHeaderSize;
 using dfu::message_name;
 using dfu::word_at;
 

@@ -8,7 +8,7 @@ namespace sim {
 
 namespace {
 
-constexpr size_t kMaxLine = 64 * 1024;  // the search below is quadratic at worst
+constexpr size_t kMaxLine = 65536;  // the search below is quadratic at worst
 constexpr size_t kNone = std::string::npos;
 
 // The value that begins at `start`: up to the last quote before an ampersand, or up to an ampersand

@@ -192,12 +192,15 @@ TEST(DfuClient, PacketNeedsHostModeWakelockAndChannel) {
     EXPECT_FALSE(host.model.readable(Channel::kDfu));
 }
 
-// The channel is lost at every request in turn; the host asks for the state and goes on.
+// The channel is lost at every request in turn, while the flash is still busy with the answer; the
+// host asks for the state and goes on.
 TEST(DfuClient, ResumesAfterTheChannelWasLostAtEveryRequest) {
     FirmwareBundle small = generated_firmware();
     for (Image& image : small.images) image.data.resize(std::min<size_t>(image.data.size(), 9000));
+    Behaviour behaviour;
+    behaviour.flash_rate = 1000000;
     for (size_t lost_at = 0;; ++lost_at) {
-        Host host({}, small);
+        Host host(behaviour, small);
         host.boot_in_host_mode();
         host.erase_all();
         host.ask_state();
@@ -215,6 +218,21 @@ TEST(DfuClient, ResumesAfterTheChannelWasLostAtEveryRequest) {
         std::string why;
         ASSERT_TRUE(host.model.flash_matches(&why)) << lost_at << why;
     }
+}
+
+TEST(DfuClient, ErasesByItselfOnlyWhatTheHostIsNotToldToErase) {
+    FirmwareBundle firmware;
+    firmware.erase_ranges = {{"MIDDLE", 100, 50}};
+    firmware.images = {{3, "ACROSS", Bytes(300, 1), true, 0}};
+    Behaviour behaviour;
+    behaviour.fragment_size = 50;
+    Host host(behaviour, firmware);
+    host.boot_in_host_mode();
+    host.ask_state();
+    host.answer();
+    EXPECT_THAT(host.model.failures(),
+                testing::ElementsAre(HasSubstr("MG_UPDT_REQ before the erase"),
+                                     HasSubstr("flash offset 0x00000064, which is not erased")));
 }
 
 TEST(DfuClient, WorksAtTheFlashRate) {

@@ -57,6 +57,8 @@ TEST(FirmwareBundle, PatchesThePlatformBlockAndNothingElse) {
     EXPECT_EQ(block(idp), words({1, 0x22, 0xFFFFFFFF, 0xFFFFFFFF, 0}));
     EXPECT_EQ(block(wdp), words({0, 0x24, 0xFFFFFFFF, 0xFFFFFFFF, 12}));
     EXPECT_EQ(Bytes(&idp[kBlock + 20], &idp[kBlock + 24]), words({0x5a5a5a5a}));
+    // The last character of the download mode is taken for its newline.
+    EXPECT_EQ(expected_platform_block({"", "", "mini"}), (PlatformBlock{0, 0x22, ~0u, ~0u, 0}));
     EXPECT_TRUE(std::equal(idp.begin() + kBlock + 20, idp.end(), wdp.begin() + kBlock + 20));
 }
 
