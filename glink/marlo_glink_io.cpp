@@ -216,8 +216,9 @@ int marlo_glink::send_request(unsigned char* buf, unsigned int len) {
         glink_error_handler(result);
     }
     if (elapsed_ns > kSlowWriteNs) {
+        const int64_t whole_seconds = elapsed_ns / kNsPerSecond;
         MARLO_LOG(info, "GLINK_int conn = 0x%llx time taken to complete glink_write is %lf secs",
-                  id(), static_cast<double>(elapsed_ns / kNsPerSecond));
+                  id(), static_cast<double>(whole_seconds));
     }
     return result;
 }

@@ -71,8 +71,10 @@ void* map_below_4gib(size_t size) {
     constexpr uintptr_t kStep = 0x00800000;
     constexpr uintptr_t kLimit = UINT32_MAX;
     for (uintptr_t wish = kFirst; wish <= kLimit - kStep; wish += kStep) {
-        void* memory = ::mmap(reinterpret_cast<void*>(wish), size, PROT_READ | PROT_WRITE,
-                              MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): an address is what is wished for
+        void* const address = reinterpret_cast<void*>(wish);
+        void* const memory =
+            ::mmap(address, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (memory == MAP_FAILED) {
             return nullptr;
         }
