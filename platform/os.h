@@ -15,7 +15,7 @@
 // the errno of the call that it is named after; all are safe on any thread.
 //
 // Which implementation answers is decided when a program is linked: platform/linux for the
-// daemon, the scripted platform (tests/scripted) for tests.
+// daemon, the scripted platform (platform/scripted) for tests.
 namespace os {
 
 // To be called once, by main, before anything logs: makes the log show every priority.

@@ -7,7 +7,7 @@
 #include <cerrno>
 
 #include "daemon/marlo_deamon_log.h"
-#include "tests/scripted/scripted_platform.h"
+#include "platform/scripted/scripted_platform.h"
 
 using scripted::platform;
 using testing::ElementsAre;

@@ -7,7 +7,7 @@
 #include <functional>
 
 #include "comhandler/MarloComHandler.h"
-#include "tests/scripted/scripted_platform.h"
+#include "platform/scripted/scripted_platform.h"
 
 using scripted::platform;
 using testing::ElementsAre;

@@ -13,7 +13,7 @@
 
 #include "comhandler/client_wakelock.h"
 #include "daemon/MarloDaemon.h"
-#include "tests/scripted/scripted_platform.h"
+#include "platform/scripted/scripted_platform.h"
 #include "wire/little_endian.h"
 
 // The daemon in front of a scripted co-processor, and the course of events in words.

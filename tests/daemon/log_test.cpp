@@ -5,7 +5,7 @@
 #include <regex>
 
 #include "daemon/marlo_deamon_log.h"
-#include "tests/scripted/scripted_platform.h"
+#include "platform/scripted/scripted_platform.h"
 
 using marlo_deamon_log::log_level;
 using scripted::platform;

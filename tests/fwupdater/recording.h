@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "fwupdater/marlo_fw_updater.h"
-#include "tests/scripted/scripted_platform.h"
+#include "platform/scripted/scripted_platform.h"
 
 using Bytes = std::vector<uint8_t>;
 using Lines = std::vector<std::string>;

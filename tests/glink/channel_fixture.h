@@ -13,7 +13,7 @@
 #include "comhandler/client_wakelock.h"
 #include "daemon/marlo_deamon_log.h"
 #include "glink/marlo_glink.h"
-#include "tests/scripted/scripted_platform.h"
+#include "platform/scripted/scripted_platform.h"
 
 // A transport on a scripted channel, and what its callbacks were told.
 class ChannelTest : public testing::Test {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/os.h"
-#include "tests/scripted/scripted_platform.h"
+#include "platform/scripted/scripted_platform.h"
 
 using scripted::platform;
 

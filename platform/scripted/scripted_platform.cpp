@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tests/scripted/scripted_platform.h"
+#include "platform/scripted/scripted_platform.h"
 
 #include <android/log.h>
 #include <fcntl.h>

@@ -15,8 +15,8 @@
 #include <utility>
 #include <vector>
 
-// The platform that tests link instead of the operating system: files in memory, devices whose
-// answers a test scripts, properties, a clock that only waits move, and one transcript of all
+// The platform that tests link instead of platform/linux: files in memory, devices whose answers a
+// test scripts, properties, a clock that only waits move, and one transcript of all
 // that happened, in order. It stands behind platform/os.h, Android's properties, the boot clock
 // and the log.
 namespace scripted {
