@@ -58,7 +58,9 @@ class MarloDaemon {
     // Reports of the updater's last session may still be on their way while it is destroyed.
     std::vector<std::unique_ptr<DFUCallback>> callbacks_;
     std::unique_ptr<marlo_fw_updater> updater_;
-    std::unique_ptr<wear_firmware_info_t> firmware_version_;  // null until a boot completes
+    wear_firmware_info_t* firmware_version_ = nullptr;  // null until a boot completes
+    // Every record so far: whoever reads one may still be at it when the next boot completes.
+    std::vector<std::unique_ptr<wear_firmware_info_t>> firmware_versions_;
     BootProgressObserver* observer_ = nullptr;
 };
 

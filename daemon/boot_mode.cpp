@@ -18,7 +18,8 @@ constexpr unsigned int kRetrySeconds = 1;
 
 void MarloDaemon::handleBootComplete(int mode) {
     property_set(kBootCompleteProperty, "1");
-    firmware_version_ = com_handler_->get_current_aon_fw_version();
+    firmware_versions_.push_back(com_handler_->get_current_aon_fw_version());
+    firmware_version_ = firmware_versions_.back().get();
     if (mode == HOST) {
         __android_log_print(ANDROID_LOG_ERROR, nullptr, "Marlo boot complete in HOST Mode!");
         notify(BOOT_PROGRESS_HOST);
@@ -48,7 +49,7 @@ void MarloDaemon::handleFlashMode() {
         return;
     }
     __android_log_print(ANDROID_LOG_INFO, nullptr, "do fw_version_check");
-    if (updater_->fw_version_check(firmware_version_.get()) < 0) {
+    if (updater_->fw_version_check(firmware_version_) < 0) {
         __android_log_print(ANDROID_LOG_DEBUG, nullptr,
                             "Version mis-match, switch2HOST, do fW_update");
         notify(BOOT_PROGRESS_UPDATE);

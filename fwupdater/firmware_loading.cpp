@@ -17,15 +17,7 @@ constexpr const char* kLoading = "parsePartitionAndSaveFw";
 
 std::optional<PartitionTable> load_partition_table(const std::string& path) {
     const std::optional<std::vector<uint8_t>> xml = read_regular_file(path);
-    if (!xml) {
-        return std::nullopt;
-    }
-    try {
-        return parse_partition_table(*xml);
-    } catch (const std::bad_alloc&) {
-        MARLO_LOG_FOR(kLoading, error, "no memory for the elements of %s", path.c_str());
-        return std::nullopt;
-    }
+    return xml ? parse_partition_table(*xml) : std::nullopt;
 }
 
 void log_boot_loader_offset(const PartitionTable& table) {
@@ -69,23 +61,32 @@ void store_image(marlo_fw_resource& resource, const char* shown_name, std::vecto
 }  // namespace
 
 uint32_t marlo_fw_updater::parsePartitionAndSaveFw(const std::string& path) {
-    const std::optional<PartitionTable> table = load_partition_table(path);
-    if (!table) {
-        MARLO_LOG(error, "XML Config File Not Opened");
+    try {
+        return load_images(path);
+    } catch (const std::bad_alloc&) {
+        MARLO_LOG(error, "no memory for the partitions of %s", path.c_str());
         return 0;
     }
-    MARLO_LOG(debug, "XML Config File Opened");
+}
+
+uint32_t marlo_fw_updater::load_images(const std::string& path) {
+    const std::optional<PartitionTable> table = load_partition_table(path);
+    if (!table) {
+        MARLO_LOG_FOR(kLoading, error, "XML Config File Not Opened");
+        return 0;
+    }
+    MARLO_LOG_FOR(kLoading, debug, "XML Config File Opened");
     if (table->has_root) {
-        MARLO_LOG(debug, "rootElement Not NULL");
+        MARLO_LOG_FOR(kLoading, debug, "rootElement Not NULL");
         log_boot_loader_offset(*table);
         tbx_elf_offset = table->boot_loader_offset.value_or(tbx_elf_offset);
         if (!table->has_bank) {
-            MARLO_LOG(debug, "bank_1_node is NULL");
+            MARLO_LOG_FOR(kLoading, debug, "bank_1_node is NULL");
             return 0;
         }
     }
     if (table->has_table) {
-        MARLO_LOG(debug, "partitionTableElement Not NULL");
+        MARLO_LOG_FOR(kLoading, debug, "partitionTableElement Not NULL");
         load_partitions(*table);
     }
     std::vector<uint8_t> flash = readFile("./flash.bin");
@@ -93,7 +94,7 @@ uint32_t marlo_fw_updater::parsePartitionAndSaveFw(const std::string& path) {
     append_fixed_image(kFlashImageId, "flash_IMAGE", "flash.bin", std::move(flash));
     append_fixed_image(kPartition1ImageId, "partition_1_IMAGE", "partition_1.bin",
                        readFile("./partition_1.bin"));
-    MARLO_LOG(debug, "Partition XML Parsing Done.");
+    MARLO_LOG_FOR(kLoading, debug, "Partition XML Parsing Done.");
     return 1;
 }
 

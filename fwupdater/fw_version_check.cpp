@@ -8,6 +8,7 @@
 #include "daemon/marlo_deamon_log.h"
 #include "fwupdater/image_file.h"
 #include "fwupdater/marlo_fw_updater.h"
+#include "platform/os.h"
 
 namespace {
 
@@ -37,10 +38,15 @@ marlo_meta_info parse(const std::vector<uint8_t>& bytes, const char* path) {
 
 marlo_meta_info marlo_fw_updater::readMarloMetaBuildInfo() {
     for (const char* path : kVersionFiles) {
-        if (const auto bytes = read_regular_file(path)) {
-            MARLO_LOG(debug, "aon build from %s.\n", path);
-            return parse(*bytes, path);
+        const int fd = os::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        if (fd < 0) {
+            continue;
         }
+        MARLO_LOG(debug, "aon build from %s.\n", path);
+        const auto bytes = read_regular_file(fd, path);
+        os::close(fd);
+        // A file that is there and says nothing counts: the other one may be of another build.
+        return bytes ? parse(*bytes, path) : marlo_meta_info{};
     }
     return {};
 }

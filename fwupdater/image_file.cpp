@@ -26,7 +26,9 @@ std::optional<Bytes> zeros(off_t size, const std::string& path) {
     return std::nullopt;
 }
 
-std::optional<Bytes> read_descriptor(int fd, const std::string& path) {
+}  // namespace
+
+std::optional<Bytes> read_regular_file(int fd, const std::string& path) {
     struct stat status = {};
     if (os::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
         return std::nullopt;
@@ -42,14 +44,12 @@ std::optional<Bytes> read_descriptor(int fd, const std::string& path) {
     return bytes;
 }
 
-}  // namespace
-
 std::optional<Bytes> read_regular_file(const std::string& path) {
     const int fd = os::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
         return std::nullopt;
     }
-    std::optional<Bytes> bytes = read_descriptor(fd, path);
+    std::optional<Bytes> bytes = read_regular_file(fd, path);
     os::close(fd);
     return bytes;
 }

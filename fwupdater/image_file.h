@@ -10,3 +10,6 @@
 // cannot be opened or read, is not a regular file (a directory, a FIFO), or does not fit into
 // memory; only the last is logged here. Never waits for a writer. Safe on any thread.
 std::optional<std::vector<uint8_t>> read_regular_file(const std::string& path);
+
+// The same of a file that is open already; `path` is its name for the log.
+std::optional<std::vector<uint8_t>> read_regular_file(int fd, const std::string& path);

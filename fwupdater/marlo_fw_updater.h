@@ -119,6 +119,7 @@ class marlo_fw_updater {
 
   private:
     int send_aon_request(uint32_t command_id, const dfu::Payload& payload);
+    uint32_t load_images(const std::string& path);
     void load_partitions(const PartitionTable& table);
     void append_fixed_image(int32_t img_id, const char* name, const char* file,
                             std::vector<uint8_t> data);

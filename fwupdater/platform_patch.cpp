@@ -14,7 +14,7 @@ namespace {
 // The operation in whose name its steps log.
 constexpr const char* kPatching = "updatePlatformInfo";
 
-// The first `most` bytes of a kernel file, up to a NUL. Nothing where it cannot be read.
+// The first `most` bytes of a kernel file, up to a NUL. Nothing where it cannot be opened.
 std::optional<std::string> kernel_text(const char* path, size_t most) {
     std::string text(most, '\0');
     const ssize_t count = os::read_file_up_to(path, text.data(), most);
@@ -93,6 +93,9 @@ void marlo_fw_updater::updatePlatformInfo(std::vector<uint8_t>& image, platform_
     }
     log_class(elf::class_of(elf));
     const std::optional<elf::ProgramHeaderTable> table = elf::read_header(elf);
+    if (table && table->count < 2) {
+        return;
+    }
     if (!table || !elf::fits(elf, *table)) {
         MARLO_LOG(error, "ELF headers at %d lie outside the image of %zu bytes", tbx_elf_offset,
                   image.size());

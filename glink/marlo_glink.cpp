@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <new>
+#include <system_error>
 #include <utility>
 
 #include "comhandler/client_wakelock.h"
@@ -21,10 +22,9 @@ constexpr char kReopenByte = 'r';  // makes it poll the descriptor of a reopened
 }  // namespace
 
 marlo_glink::marlo_glink(glink_conn_config config)
-    : _chnl_name(config.channel_name),
-      _read_size(config.read_size),
-      _wakelock(client_wakelock::get_instance()) {
+    : _chnl_name(config.channel_name), _read_size(config.read_size) {
     MARLO_LOG(debug, "GLINK_int conn = 0x%llx constructor", id());
+    _wakelock = client_wakelock::get_instance();
 }
 
 marlo_glink::~marlo_glink() {
@@ -94,13 +94,16 @@ int marlo_glink::glink_connect(const std::string& name, bool start_reader) {
         }
         if (_thread_started) {
             wake_reader();
-        } else if (start_reader) {
-            start_reader_thread(lock);
+            return 0;
         }
-        return 0;
+        if (_s_chnl_fd == 0 || !start_reader || start_reader_thread(lock)) {
+            return 0;
+        }
     }
     MARLO_LOG(error, "GLINK_int glink_open failed");
-    lock.unlock();
+    if (lock.owns_lock()) {
+        lock.unlock();
+    }
     if (!_reconnecting) {
         // The callback may delete this transport.
         trigger_error_cb(__func__, GLINK_OPEN_FAILED);
@@ -109,8 +112,8 @@ int marlo_glink::glink_connect(const std::string& name, bool start_reader) {
 }
 
 // Without a pipe the reader runs all the same. It cannot be woken then and looks for the request
-// to stop by itself.
-void marlo_glink::start_reader_thread(std::unique_lock<std::mutex>& lock) {
+// to stop by itself. False, and the channel closed, where no thread can be had.
+bool marlo_glink::start_reader_thread(std::unique_lock<std::mutex>& lock) {
     if (os::pipe(_wakeup_pipe) != 0) {
         _wakeup_pipe[0] = -1;
         _wakeup_pipe[1] = -1;
@@ -118,12 +121,24 @@ void marlo_glink::start_reader_thread(std::unique_lock<std::mutex>& lock) {
     }
     _stop_reader = false;
     _thread_started = true;
-    _reader_thread = std::thread(glink_thread_routine, this);
+    try {
+        _reader_thread = std::thread(glink_thread_routine, this);
+    } catch (const std::system_error& failure) {
+        MARLO_LOG_FOR("glink_connect", error, "GLINK_int reader thread could not be started: %s",
+                      failure.what());
+        _thread_started = false;
+        close_pipe_end(_wakeup_pipe[0]);
+        close_pipe_end(_wakeup_pipe[1]);
+        os::close(_s_chnl_fd);
+        _s_chnl_fd = -failure.code().value();
+    }
+    return _thread_started;
 }
 
 // A reader that is waiting still polls the descriptor that the channel had before.
 void marlo_glink::wake_reader() {
-    if (_wakeup_pipe[1] != -1 && std::this_thread::get_id() != _reader_thread.get_id()) {
+    // In this order: the pipe is not the reader's to look at while it is being closed.
+    if (std::this_thread::get_id() != _reader_id && _wakeup_pipe[1] != -1) {
         os::write(_wakeup_pipe[1], &kReopenByte, 1);
     }
 }

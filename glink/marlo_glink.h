@@ -59,7 +59,7 @@ class marlo_glink : public glink_interface {
     int glink_open(const std::string& path);
     int glink_connect(const std::string& name, bool start_reader);
     void glink_disconnect(bool join_reader);
-    void start_reader_thread(std::unique_lock<std::mutex>& lock);
+    bool start_reader_thread(std::unique_lock<std::mutex>& lock);
     void stop_reader_thread();
     void wake_reader();
     void close_pipe_end(int& end);
@@ -84,7 +84,7 @@ class marlo_glink : public glink_interface {
     int glink_write(int fd, const unsigned char* buf, unsigned int len);
     write_outcome write_with_retries(const unsigned char* buf, unsigned int len);
     int glink_poll(int fd);
-    int fill_response(unsigned char* buf, unsigned int len);
+    int fill_response(unsigned char* buf, unsigned int len, int64_t give_up_ns);
     unsigned long long id() const;  // how log lines tell transports apart
 
     std::string _chnl_name;
@@ -95,6 +95,7 @@ class marlo_glink : public glink_interface {
     std::mutex _s_glink_read_mutex;
     std::atomic<bool> _thread_started{false};
     std::thread _reader_thread;
+    std::atomic<std::thread::id> _reader_id;  // how the reader thread knows that it is itself
     const int _err_threshold = 10;
     std::atomic<int> g_glink_err_cnt{0};     // consecutive errors
     std::atomic<bool> _reconnecting{false};  // from a hang-up until the channel is open again
@@ -102,7 +103,7 @@ class marlo_glink : public glink_interface {
     std::atomic<bool> _stop_reader{false};  // for a reader that has no wake-up pipe
     uint8_t* _ind_buf = nullptr;  // the packet that is being delivered; the reader thread's alone
     uint32_t _ind_buf_len = 0;
-    client_wakelock* _wakelock;
+    client_wakelock* _wakelock = nullptr;
     std::atomic<glink_register_cb*> _callbacks{nullptr};
     // Every record registered so far: the reader thread may still be calling an earlier one.
     std::vector<std::unique_ptr<glink_register_cb>> _registered;

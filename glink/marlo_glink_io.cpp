@@ -243,7 +243,9 @@ int marlo_glink::read_response(unsigned char* buf, unsigned int len) {
     }
     MARLO_LOG(debug, "acquiring wakelock");
     _wakelock->get_n_locks(1);
-    const int result = glink_poll(_s_chnl_fd) == 0 ? fill_response(buf, len) : -1;
+    const int64_t give_up_ns =
+        android::elapsedRealtimeNano() + int64_t{_poll_timeout_s} * kNsPerSecond;
+    const int result = glink_poll(_s_chnl_fd) == 0 ? fill_response(buf, len, give_up_ns) : -1;
     MARLO_LOG(debug, "releasing wakelock");
     _wakelock->put_n_locks(1);
     return result;
@@ -251,9 +253,7 @@ int marlo_glink::read_response(unsigned char* buf, unsigned int len) {
 
 // The -1 of an EAGAIN is counted like a byte count, in unsigned arithmetic: on the first read it
 // ends the response as complete.
-int marlo_glink::fill_response(unsigned char* buf, unsigned int len) {
-    const int64_t give_up_ns =
-        android::elapsedRealtimeNano() + int64_t{_poll_timeout_s} * kNsPerSecond;
+int marlo_glink::fill_response(unsigned char* buf, unsigned int len, int64_t give_up_ns) {
     for (uint32_t received = 0; received < len;) {
         const ssize_t count = os::read(_s_chnl_fd, buf + received, len - received);
         if (count < 0 && errno != EAGAIN) {

@@ -32,6 +32,7 @@ thread_local const marlo_glink* t_reporting = nullptr;
 }  // namespace
 
 void marlo_glink::glink_thread_routine(marlo_glink* self) {
+    self->_reader_id = std::this_thread::get_id();
     bool took_nothing_before = false;
     while (true) {
         const reader_pass pass = self->poll_and_read();

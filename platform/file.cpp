@@ -32,10 +32,8 @@ ssize_t read_file_up_to(const char* path, void* buffer, size_t size) {
         return -1;
     }
     const ssize_t count = read_up_to(fd, buffer, size);
-    const int read_errno = errno;
     close(fd);
-    errno = read_errno;
-    return count;
+    return count < 0 ? 0 : count;
 }
 
 }  // namespace os

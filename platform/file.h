@@ -12,8 +12,8 @@ namespace os {
 // interrupted read is taken up again.
 ssize_t read_up_to(int fd, void* buffer, size_t size);
 
-// Opens `path`, reads up to `size` bytes, closes. -1 with errno where the file cannot be opened
-// or read.
+// Opens `path`, reads up to `size` bytes, closes: the count. -1 with errno where the file cannot be
+// opened; one that cannot be read counts as empty.
 ssize_t read_file_up_to(const char* path, void* buffer, size_t size);
 
 }  // namespace os

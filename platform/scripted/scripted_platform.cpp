@@ -4,11 +4,13 @@
 #include <android/log.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <stdexcept>
 
 namespace scripted {
 namespace {
@@ -241,7 +243,7 @@ void Platform::note_log(int priority, const char* tag, const char* text) {
     note(std::string(1, letter_of(priority)) + " " + text);
 }
 
-int Platform::open(const char* path, int) {
+int Platform::open(const char* path, int flags) {
     const std::lock_guard lock(mutex_);
     const auto found = nodes_.find(path);
     int error = found == nodes_.end() ? ENOENT : 0;
@@ -258,8 +260,11 @@ int Platform::open(const char* path, int) {
     for (int candidate = 3; fd < 0; ++candidate) {
         fd = descriptors_.count(candidate) == 0 ? candidate : -1;
     }
+    if (S_ISFIFO(found->second.mode) && (flags & O_NONBLOCK) == 0) {
+        throw std::logic_error(std::string("open waits for a writer of ") + path);
+    }
     found->second.hung_up = false;
-    descriptors_[fd] = {path, 0};
+    descriptors_[fd] = {path, flags};
     note(std::string("open ") + path + " = " + std::to_string(fd));
     return fd;
 }
@@ -300,7 +305,7 @@ ssize_t Platform::take_read(Node& node, void* buffer, size_t size) {
 ssize_t Platform::read(int fd, void* buffer, size_t size) {
     std::unique_lock lock(mutex_);
     const auto found = descriptors_.find(fd);
-    if (found == descriptors_.end()) {
+    if (found == descriptors_.end() || (found->second.flags & O_ACCMODE) == O_WRONLY) {
         errno = EBADF;
         return -1;
     }
@@ -341,7 +346,7 @@ ssize_t Platform::write(int fd, const void* buffer, size_t size) {
     {
         const std::lock_guard lock(mutex_);
         const auto found = descriptors_.find(fd);
-        if (found == descriptors_.end()) {
+        if (found == descriptors_.end() || (found->second.flags & O_ACCMODE) == O_RDONLY) {
             errno = EBADF;
             return -1;
         }
@@ -479,7 +484,7 @@ int Platform::pipe(int ends[2]) {
     for (int end = 0; end < 2; ++end) {
         for (; descriptors_.count(fd) != 0; ++fd) {
         }
-        descriptors_[fd] = {path, 0};
+        descriptors_[fd] = {path, end == 0 ? O_RDONLY : O_WRONLY};
         ends[end] = fd;
     }
     return 0;

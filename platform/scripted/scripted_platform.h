@@ -52,7 +52,8 @@ class Platform {
     void remove(const std::string& path);
     // Entries of a directory: name and type (DT_DIR, DT_LNK, DT_REG).
     void directory(const std::string& path, std::vector<std::pair<std::string, uint8_t>> entries);
-    // The kind of file that fstat reports (S_IFREG unless set).
+    // The kind of file that fstat reports (S_IFREG unless set). Opening a FIFO without O_NONBLOCK,
+    // which would wait for a writer for ever, ends the test.
     void file_mode(const std::string& path, unsigned int mode);
 
     // The next opens of `path` fail with these errors, one each.
@@ -127,6 +128,7 @@ class Platform {
     };
     struct Descriptor {
         std::string path;
+        int flags = 0;
         size_t position = 0;
     };
 

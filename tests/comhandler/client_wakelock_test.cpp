@@ -91,4 +91,14 @@ TEST_F(Wakelock, WithoutTheKernelFilesTheCountIsKeptAllTheSame) {
     EXPECT_EQ(platform().count("is larger than"), 0u);
 }
 
+TEST_F(Wakelock, WithoutTheUnlockFileTheLockStaysHeld) {
+    platform().remove(kUnlock);
+    client_wakelock wakelock;
+    wakelock.get_n_locks(1);
+    wakelock.put_n_locks(1);
+    EXPECT_EQ(platform().count("E release:"), 1u);
+    wakelock.get_n_locks(1);
+    EXPECT_EQ(platform().written(kLock).size(), 1u);
+}
+
 }  // namespace

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Start-up: what the daemon finds out before the first boot command, and the loop after it.
+#include "daemon/marlo_deamon_log.h"
 #include "tests/daemon/daemon_fixture.h"
 
 using scripted::platform;
@@ -46,6 +47,17 @@ TEST_F(Boot, PilPathsAreBoundedToFiftyBytes) {
     EXPECT_TRUE(logged("E Unable to open file /sys/class/remoteproc//" + cut + "/nam"));
     EXPECT_TRUE(logged("D PATH /sys/class/remoteproc//" + longest + "/stat"));
     EXPECT_EQ(daemon_->getMarloPILStatus(), 2);  // no such file
+}
+
+TEST_F(Boot, NamesAndStatesLongerThanTheirBufferAreCut) {
+    platform().file("/sys/class/remoteproc//remoteproc1/name", std::string(300, 'n'));
+    EXPECT_EQ(daemon_->getMarloPILDevice(), 1);
+    EXPECT_TRUE(logged("D read: " + std::string(256, 'n')));
+    platform().file("/sys/class/remoteproc//remoteproc1/name", "soc:zeno,rproc-marlo\n");
+    daemon_->getMarloPILDevice();
+    platform().file(kState, "running" + std::string(300, 's'));
+    EXPECT_EQ(daemon_->getMarloPILStatus(), 1);
+    EXPECT_TRUE(logged("D marlofw state: running" + std::string(249, 's')));
 }
 
 TEST_F(Boot, WithoutAPilDeviceTheStateIsUnknown) {
@@ -130,6 +142,13 @@ TEST_F(Boot, ResetPropertyIsPolledEverySecondAndActedUponOnce) {
                                        "set vendor.marlo_reset=0", "sleep 1", "sleep 1", "reset",
                                        "set vendor.marlo_reset=0", "sleep 1", "sleep 1"));
     EXPECT_TRUE(logged("D \t***** Marlo Reset Start *****\t"));
+}
+
+TEST_F(Boot, LinesOfTheCoreDoNotDependOnTheLevel) {
+    marlo_deamon_log::set_level(marlo_deamon_log::log_level::none);
+    platform().file(kSubtype, "1\n");
+    start_until_sleep(1);
+    EXPECT_TRUE(logged("I Start Marlo Daemon"));
 }
 
 TEST_F(Boot, UpdaterSwitchesTheLogToItsTagAndToEveryClass) {

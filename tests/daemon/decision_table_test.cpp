@@ -223,6 +223,14 @@ TEST_F(DecisionTable, SwitchIsGivenUpSilentlyAfterThreeAttempts) {
                           "load = -5", "sleep 1", "sleep 1", "SPI free"));
 }
 
+TEST_F(DecisionTable, SwitchNeedsTheStateToBeRunningAsWell) {
+    start_until_sleep(2);
+    stays_offline_ = true;
+    daemon_->changeBootmode(FLASH);
+    EXPECT_EQ(actions().back(), "SPI free");
+    EXPECT_EQ(scripted::platform().transcript({"sleep"}).size(), 2u + 6u);
+}
+
 TEST_F(DecisionTable, ChannelThatCannotBeOpenedLeavesTheCoprocessorInHostMode) {
     platform().fail_opens(kDfuChannel, {ENODEV, ENODEV, ENODEV});
     start_until_sleep(5);

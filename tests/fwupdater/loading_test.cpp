@@ -3,6 +3,7 @@
 
 #include <cerrno>
 
+#include "tests/allocation_limit.h"
 #include "tests/fwupdater/recording.h"
 
 namespace {
@@ -104,8 +105,13 @@ TEST_F(Loading, WhatIsNoReadableRegularFileIsEmpty) {
     }
     scripted::platform().script_read(std::string(kImages) + "good", scripted::failure(EIO));
     EXPECT_TRUE(updater_.readFile("good").empty());
+    {
+        const AllocationLimit limit(99'999);
+        EXPECT_TRUE(updater_.readFile("good").empty());
+    }
+    EXPECT_EQ(logged("no memory for the 100000 bytes of /vendor/firmware_mnt/image/good"), 1U);
     EXPECT_TRUE(updater_.readFile("missing").empty());
     EXPECT_EQ(logged("File open failed : /vendor/firmware_mnt/image/odd"), 3U);
-    EXPECT_EQ(logged("E readFile:"), 5U);
+    EXPECT_EQ(logged("E readFile:"), 6U);
     EXPECT_EQ(scripted::platform().open_descriptors(), 0);
 }

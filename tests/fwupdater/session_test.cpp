@@ -5,6 +5,7 @@
 
 #include "glink/marlo_glink.h"
 #include "platform/os.h"
+#include "tests/allocation_limit.h"
 #include "tests/fwupdater/recording.h"
 
 namespace {
@@ -105,6 +106,27 @@ TEST_F(Session, HugeFragmentIsRefusedAndTheSessionLives) {
     EXPECT_EQ(logged("fragment of 4294967295 bytes of image 5 is refused"), 1U);
     receive(5, {5, 0, 1});
     expect({"info Image ID: 5 flash write 0% Completed...", "send 6: 5 0 1 41"});
+}
+
+TEST_F(Session, FragmentThatMemoryHasNoRoomForIsNotAnswered) {
+    begin();
+    const AllocationLimit limit(1024 * 1024);
+    receive(5, {5, 0, 8U << 20});
+    expect({"info Image ID: 5 flash write 0% Completed..."});
+    EXPECT_EQ(logged("no memory for message 6 with 8388620 bytes"), 1U);
+    receive(5, {5, 0, 1});
+    expect({"info Image ID: 5 flash write 0% Completed...", "send 6: 5 0 1 41"});
+}
+
+TEST(MessageBufferTest, TheLargerBufferIsKept) {
+    MessageBuffer buffer;
+    std::vector<uint8_t> large = buffer.take();
+    large.reserve(4096);
+    std::vector<uint8_t> small = buffer.take();
+    small.reserve(16);
+    buffer.give_back(std::move(large));
+    buffer.give_back(std::move(small));
+    EXPECT_GE(buffer.take().capacity(), 4096U);
 }
 
 TEST_F(Session, EndIsAnsweredAndReleasesTheImages) {

@@ -88,6 +88,9 @@ TEST_F(VersionCheck, FallbackIsReadOnlyWhenThePrimaryDoesNotOpen) {
     scripted::platform().file(kPrimary, "no keys here\n");
     EXPECT_EQ(updater_.readMarloMetaBuildInfo().apps_cochip, "");
     EXPECT_EQ(check(record("", "", "")), 0);
+    scripted::platform().script_read(kPrimary, scripted::failure(EIO));
+    EXPECT_EQ(updater_.readMarloMetaBuildInfo().apps_cochip, "");
+    EXPECT_EQ(logged("aon build from /vendor/firmware_mnt/image/tbx7700_ver_info.txt."), 3U);
 }
 
 TEST_F(VersionCheck, ComparesInOrderAndSkipsEmptyTexts) {

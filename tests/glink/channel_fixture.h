@@ -33,7 +33,8 @@ class ChannelTest : public testing::Test {
 
     ~ChannelTest() override {
         transport_.reset();
-        // Every reference taken was given back, whatever the test did.
+        // Every reference taken was given back, and none was given back that had not been taken.
+        EXPECT_EQ(scripted::platform().count("is larger than _accu_count"), 0u);
         EXPECT_EQ(scripted::platform().count("acquiring wakelock"),
                   scripted::platform().count("releasing wakelock"));
         EXPECT_EQ(scripted::platform().open_descriptors(), expected_open_descriptors_);

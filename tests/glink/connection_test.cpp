@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <future>
+
 #include "tests/glink/channel_fixture.h"
 
 using scripted::platform;
@@ -40,8 +42,14 @@ TEST_F(Connection, SecondConnectOnAnOpenChannelIsRefusedWithoutACallback) {
 
 TEST_F(Connection, ErrorCallbackOfAFailedOpenMayDeleteTheTransport) {
     platform().fail_opens(device_, {ENOENT, ENOENT, ENOENT});
-    on_error_ = [this](glink_interface_error) { transport_.reset(); };
+    // What the callable holds must outlive the transport that it deletes.
+    std::string seen;
+    transport_->register_cb(nullptr, [this, &seen, held = std::string(100, 'x')](auto) {
+        transport_.reset();
+        seen = held;
+    });
     EXPECT_EQ(transport_->connect_interface(true), -1);
+    EXPECT_EQ(seen.size(), 100u);
     EXPECT_EQ(transport_, nullptr);
 }
 
@@ -55,8 +63,11 @@ TEST_F(Connection, DisconnectWithoutAReaderClosesTheChannelAlone) {
 
 TEST_F(Connection, ReaderWithoutAPipeStillDeliversAndEnds) {
     platform().fail_next_pipe(EMFILE);
-    platform().script_read(device_, {Bytes(20, 1)});
+    std::promise<void> delivered;
+    transport_->register_cb([&delivered](uint8_t*, uint32_t) { delivered.set_value(); }, nullptr);
+    arrives(Bytes(16, 1));
     EXPECT_EQ(connect(), 0);
+    delivered.get_future().wait();
     transport_->disconnect_interface();
     EXPECT_EQ(platform().count("GLINK thread exit"), 1u);
     EXPECT_EQ(platform().count("poll time-out"), 0u);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "tests/allocation_limit.h"
 #include "tests/glink/channel_fixture.h"
 #include "wire/little_endian.h"
 
@@ -87,6 +88,15 @@ TEST_F(DfuFraming, LengthAboveSixteenMebibytesIsAFailedRead) {
     EXPECT_THAT(packets(), IsEmpty());
     EXPECT_THAT(errors(), ElementsAre(GLINK_IO_ERROR, GLINK_IO_ERROR, GLINK_IO_ERROR));
     EXPECT_EQ(platform().count("GLINK_int read failed with errno = 90"), 3u);  // EMSGSIZE
+}
+
+TEST_F(DfuFraming, PacketThatMemoryHasNoRoomForIsAFailedRead) {
+    const AllocationLimit limit(1024 * 1024);
+    connect();
+    arrives(packet_of(20, 8, 0x01000000));
+    EXPECT_THAT(packets(), IsEmpty());
+    EXPECT_THAT(errors(), ElementsAre(GLINK_IO_ERROR));
+    EXPECT_EQ(platform().count("GLINK_int read failed with errno = 12"), 1u);  // ENOMEM
 }
 
 TEST_F(DfuFraming, PacketThatEndsTooSoonIsAFailedRead) {
