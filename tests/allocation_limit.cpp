@@ -20,8 +20,12 @@ AllocationLimit::~AllocationLimit() {
     g_limit = SIZE_MAX;
 }
 
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return size > g_limit ? nullptr : std::malloc(size == 0 ? 1 : size);
+}
+
 void* operator new(size_t size) {
-    void* const memory = size > g_limit ? nullptr : std::malloc(size == 0 ? 1 : size);
+    void* const memory = operator new(size, std::nothrow);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
@@ -33,5 +37,22 @@ void operator delete(void* memory) noexcept {
 }
 
 void operator delete(void* memory, size_t) noexcept {
+    std::free(memory);
+}
+
+// The forms for arrays, which a sanitizer would otherwise provide.
+void* operator new[](size_t size) {
+    return operator new(size);
+}
+
+void* operator new[](size_t size, const std::nothrow_t&) noexcept {
+    return operator new(size, std::nothrow);
+}
+
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete[](void* memory, size_t) noexcept {
     std::free(memory);
 }
