@@ -6,10 +6,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdint>
-
 #include "platform/linux/root.h"
+#include "platform/low_memory.h"
 
 namespace os {
 
@@ -66,25 +64,7 @@ time_t time() {
 }
 
 void* map_below_4gib(size_t size) {
-    // The kernel takes an address without MAP_FIXED as a wish: it is granted where it is free.
-    constexpr uintptr_t kFirst = 0x10000000;
-    constexpr uintptr_t kStep = 0x00800000;
-    constexpr uintptr_t kLimit = UINT32_MAX;
-    for (uintptr_t wish = kFirst; wish <= kLimit - kStep; wish += kStep) {
-        // NOLINTNEXTLINE(performance-no-int-to-ptr): an address is what is wished for
-        void* const address = reinterpret_cast<void*>(wish);
-        void* const memory =
-            ::mmap(address, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (memory == MAP_FAILED) {
-            return nullptr;
-        }
-        if (reinterpret_cast<uintptr_t>(memory) <= kLimit - size) {
-            return memory;
-        }
-        ::munmap(memory, size);
-    }
-    errno = ENOMEM;
-    return nullptr;
+    return map_low_memory(size);
 }
 
 void unmap(void* memory, size_t size) {

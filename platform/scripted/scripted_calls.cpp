@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "platform/low_memory.h"
 #include "platform/os.h"
 #include "platform/scripted/scripted_platform.h"
 
@@ -117,15 +118,7 @@ void* Platform::map_low(size_t size) {
         errno = ENOMEM;
         return nullptr;
     }
-    for (uintptr_t wish = 0x20000000; wish < 0xF0000000; wish += 0x01000000) {
-        void* memory = ::mmap(reinterpret_cast<void*>(wish), size, PROT_READ | PROT_WRITE,
-                              MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (reinterpret_cast<uintptr_t>(memory) < 0xFF000000) {
-            return memory;
-        }
-        ::munmap(memory, size);
-    }
-    return nullptr;
+    return os::map_low_memory(size);
 }
 
 }  // namespace scripted
