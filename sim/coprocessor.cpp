@@ -91,10 +91,13 @@ std::string Coprocessor::remoteproc_state() const {
     return status_.running ? "running\n" : "offline\n";
 }
 
-void Coprocessor::emit_state() {
-    reporter_->emit(EventKind::kState, {{"boot_mode", boot_mode_name(status_.boot_mode)},
-                                        {"running", status_.running},
-                                        {"spi_busy", status_.spi_busy}});
+void Coprocessor::emit_new_state() {
+    nlohmann::json state = {{"boot_mode", boot_mode_name(status_.boot_mode)},
+                            {"running", status_.running},
+                            {"spi_busy", status_.spi_busy}};
+    if (state == emitted_state_) return;
+    emitted_state_ = state;
+    reporter_->emit(EventKind::kState, std::move(state));
 }
 
 int Coprocessor::ioctl(uint32_t number, std::span<uint8_t> block, UserMemory& memory) {
@@ -110,6 +113,7 @@ int Coprocessor::ioctl(uint32_t number, std::span<uint8_t> block, UserMemory& me
     fields["result"] = result;
     if (request.command == Command::kGetBootMode) fields["mode"] = boot_mode_name(result);
     reporter_->emit(EventKind::kIoctl, std::move(fields));
+    emit_new_state();
     return result;
 }
 
@@ -146,7 +150,6 @@ int Coprocessor::execute(const ControlRequest& request, UserMemory& memory) {
 
 int Coprocessor::set_spi_busy(bool busy) {
     status_.spi_busy = busy;
-    emit_state();
     return 0;
 }
 
@@ -193,14 +196,12 @@ int Coprocessor::load() {
     if (load_fails()) return -EIO;
     if (!status_.running) running_mode_ = status_.boot_mode;
     status_.running = true;
-    emit_state();
     return 0;
 }
 
 int Coprocessor::unload() {
     dfu_->hang_up();
     status_.running = false;
-    emit_state();
     return 0;
 }
 
@@ -210,7 +211,6 @@ int Coprocessor::restart() {
     if (!status_.running) return 0;
     dfu_->hang_up();
     running_mode_ = status_.boot_mode;
-    emit_state();
     return 0;
 }
 
@@ -220,7 +220,6 @@ int Coprocessor::set_boot_mode(uint32_t mode) {
         return -EINVAL;
     }
     status_.boot_mode = static_cast<int>(mode);
-    emit_state();
     return 0;
 }
 

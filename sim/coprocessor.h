@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <span>
 #include <string>
@@ -110,11 +111,12 @@ class Coprocessor {
     int set_boot_status(uint32_t value);
     bool load_fails() const;
     void write_wake_file(const char* file, std::string_view name, bool hold);
-    void emit_state();
+    void emit_new_state();
 
     Behaviour behaviour_;
     FirmwareBundle firmware_;
     Status status_;
+    nlohmann::json emitted_state_;  // what the last event about the state said
     int version_queries_ = 0;
     int running_mode_;  // the mode it was loaded in, while it runs
     std::unique_ptr<Reporter> reporter_;

@@ -45,6 +45,10 @@ constexpr int kReadsAtOnce = 16;
 
 DaemonProcess::DaemonProcess(const std::filesystem::path& program,
                              const std::filesystem::path& root) {
+    if (std::filesystem::is_directory(program)) {
+        throw std::runtime_error("cannot execute the daemon " + program.string() +
+                                 ": it is a directory");
+    }
     if (access(program.c_str(), X_OK) != 0) {
         throw std::runtime_error("cannot execute the daemon " + program.string() + ": " +
                                  std::strerror(errno));

@@ -49,6 +49,10 @@ std::string range_text(const std::string& name, uint64_t offset, uint64_t size) 
            std::to_string(size) + " bytes)";
 }
 
+std::string describe(const Partition& partition) {
+    return "partition " + partition.name + ": image " + partition.image_path + " ";
+}
+
 class Loader {
   public:
     Loader(fs::path directory, const PlatformFacts& facts)
@@ -83,11 +87,25 @@ class Loader {
             }
             bundle.erase_ranges.push_back({partition.name, partition.offset, partition.size});
         }
-        if (!ids_.insert(partition.id).second || partition.image_path.empty()) return;
+        const bool id_is_new = ids_.insert(partition.id).second;
+        if (partition.image_path.empty()) return;
+        if (!id_is_new) {
+            bundle.notes.push_back(describe(partition) + "is never served: its id " +
+                                   std::to_string(partition.id) + " belongs to an earlier one");
+            return;
+        }
         // Appended as text: a path with a slash in front stays inside the directory.
         const fs::path file = directory_.string() + "/" + partition.image_path;
         const auto bytes = read_file(file, kMaxImageBytes - total_);
-        if (!bytes) return;
+        if (!bytes) {
+            bundle.notes.push_back(describe(partition) + "is not there, or no file: left out");
+            return;
+        }
+        if (partition.size != 0 && bytes->size() > partition.size) {
+            bundle.notes.push_back(describe(partition) + "has " + std::to_string(bytes->size()) +
+                                   " bytes, more than the partition's " +
+                                   std::to_string(partition.size));
+        }
         if (bytes->size() > Flash::kSize - partition.offset) {
             throw FirmwareError(range_text(partition.name, partition.offset, bytes->size()) +
                                 " reaches beyond the end of the flash");
@@ -97,8 +115,13 @@ class Loader {
     }
 
     void add_fixed(FirmwareBundle& bundle, uint32_t id, const char* name) {
-        if (!ids_.insert(id).second) return;
+        if (!ids_.insert(id).second) {
+            bundle.notes.push_back(std::string(name) + " is never served: its id " +
+                                   std::to_string(id) + " belongs to a partition");
+            return;
+        }
         const auto bytes = read_file(directory_ / name, kMaxImageBytes - total_);
+        if (!bytes) bundle.notes.push_back(std::string(name) + " is not there: served as empty");
         bundle.images.push_back({id, name, image_bytes(bytes.value_or("")), false, 0});
     }
 

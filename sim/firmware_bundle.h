@@ -50,6 +50,7 @@ struct FirmwareBundle {
     std::vector<EraseRange> erase_ranges;  // in the order of the table
     std::vector<Image> images;             // in the order in which they are asked for; ids differ
     ShippedVersions versions;
+    std::vector<std::string> notes;  // what is served otherwise than the table seems to say
 
     // Reads partition_table.xml, the images and the version file (or, if the directory has none,
     // `fallback_version_file`). Throws FirmwareError.

@@ -41,13 +41,12 @@ std::unique_ptr<Display> make_display(const Options& options) {
 }
 
 int report(const Options& options, const Session::Result& result) {
-    if (result.signal) return kSignalBase + result.signal;
     if (result.verdict.outcome == Verdict::kPass) {
         std::cout << "PASS " << options.scenario << std::endl;
-        return kPassed;
+        return std::cout ? kPassed : kCannotRun;  // a verdict that nobody can read is none
     }
     std::cout << "FAIL " << options.scenario << ": " << printable(result.verdict.why) << std::endl;
-    return kFailed;
+    return result.signal ? kSignalBase + result.signal : kFailed;
 }
 
 // What goes wrong before the daemon runs is an error of the caller or the machine, not of the

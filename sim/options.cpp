@@ -2,6 +2,7 @@
 #include "sim/options.h"
 
 #include <CLI/CLI.hpp>
+#include <iostream>
 
 #include "sim/fuse_mount.h"
 
@@ -25,16 +26,17 @@ fs::path default_daemon() {
 }
 
 void declare(CLI::App& app, Options& options) {
-    app.add_option("SCENARIO", options.scenario, "What happens; --list shows them");
+    app.add_option("SCENARIO", options.scenario, "What happens; --list shows them")
+        ->capture_default_str();
     app.add_option("--firmware", options.firmware, "Image directory to serve and to judge by")
         ->check(CLI::ExistingDirectory)
         ->option_text("DIR");
-    app.add_option("--fragment", options.fragment, "Bytes of an image asked for at a time")
+    app.add_option("--fragment", options.fragment, "Bytes of an image asked for at a time (4096)")
         ->check(CLI::Range(uint32_t{1}, kLargestFragment))
         ->option_text("BYTES");
-    app.add_option("--flash-rate", options.flash_rate, "Speed of the flash, in bytes per second")
+    app.add_option("--flash-rate", options.flash_rate, "Speed of the flash (as fast as it can be)")
         ->check(CLI::Range(uint64_t{1}, kHighestRate))
-        ->option_text("BYTES");
+        ->option_text("BYTES_PER_S");
     app.add_option("--root", options.root, "Directory to use as the daemon's root")
         ->option_text("DIR");
     app.add_flag("--keep", options.keep, "Leave the root in place at the end");
@@ -42,7 +44,8 @@ void declare(CLI::App& app, Options& options) {
     app.add_option("--transcript", options.transcript, "Write what happens, as lines of JSON")
         ->option_text("FILE");
     app.add_option("--timeout", options.timeout,
-                   "Fail when nothing has moved on for so long (60; none with --no-daemon)")
+                   "Fail when nothing has moved on for so long, once the daemon has begun (60; "
+                   "none with --no-daemon)")
         ->check(CLI::Range(1u, kLongestTimeout))
         ->option_text("SECONDS");
     app.add_flag("--list", options.list, "Show the scenarios");
@@ -63,10 +66,8 @@ ParsedOptions parse_options(int count, char** arguments) {
     try {
         app.parse(count, arguments);
         options.start_daemon = !no_daemon;
-        if (!options.list && options.scenario.empty()) {
-            throw CLI::RequiredError("SCENARIO (see --list)");
-        }
     } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() != 0) std::cerr << "marlo-sim: ";
         parsed.exit_status = app.exit(error) == 0 ? 0 : 2;
     }
     return parsed;

@@ -10,7 +10,7 @@ namespace sim {
 
 // The command line of marlo-sim.
 struct Options {
-    std::string scenario;
+    std::string scenario = "update";
     std::optional<std::filesystem::path> firmware;
     std::optional<uint32_t> fragment;    // bytes
     std::optional<uint64_t> flash_rate;  // bytes per second

@@ -2,6 +2,7 @@
 #include "sim/plain_output.h"
 
 #include <cstdio>
+#include <utility>
 
 #include "sim/daemon_log.h"
 #include "sim/event_text.h"
@@ -25,19 +26,11 @@ void PlainOutput::event(const Event& event) {
         if (log_.size() > kLogLines) log_.pop_front();
         return;
     }
-    if (event.kind == EventKind::kState) {
-        new_state_ = event;
-    } else if (const auto text = describe(event)) {
-        print(event.time, *text);
-    }
-}
-
-void PlainOutput::refresh(const Status&, Time) {
-    if (!new_state_) return;
-    const std::string text = describe(*new_state_).value_or("");
-    if (text != state_) print(new_state_->time, text);
-    state_ = text;
-    new_state_.reset();
+    const auto text = describe(event);
+    if (!text) return;
+    // Of a state only a part is told here, which may be the same as before.
+    if (event.kind == EventKind::kState && std::exchange(state_, *text) == *text) return;
+    print(event.time, *text);
 }
 
 // Flushed line by line: somebody may be reading the other end of a pipe.
@@ -45,8 +38,7 @@ void PlainOutput::print(Time time, const std::string& text) {
     out_ << time_stamp(time) << printable(text) << std::endl;
 }
 
-void PlainOutput::finish(const Status& status, Time now, const Ending& ending) {
-    refresh(status, now);
+void PlainOutput::finish(const Status&, Time, const Ending& ending) {
     if (!ending.failed) return;
     out_ << "the last lines of the daemon's log:\n";
     for (const std::string& line : log_) out_ << "    " << line << "\n";

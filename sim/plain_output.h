@@ -2,7 +2,6 @@
 #pragma once
 
 #include <deque>
-#include <optional>
 #include <ostream>
 #include <string>
 
@@ -15,16 +14,13 @@ class PlainOutput : public Display {
   public:
     explicit PlainOutput(std::ostream& out) : out_(out) {}
     void event(const Event& event) override;
-    void refresh(const Status&, Time) override;
     void finish(const Status&, Time, const Ending& ending) override;
 
   private:
     void print(Time time, const std::string& text);
 
     std::ostream& out_;
-    std::string state_;  // the co-processor's, as printed last
-    // A new state is told before the command that brought it about; it is printed after it.
-    std::optional<Event> new_state_;
+    std::string state_;            // the co-processor's, as printed last
     std::deque<std::string> log_;  // the last lines of the daemon
 };
 

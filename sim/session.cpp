@@ -46,6 +46,13 @@ Scenario visible_part(Scenario scenario, const Options& options) {
     return scenario;
 }
 
+// As a shell takes it back.
+std::string shell_quoted(const std::string& text) {
+    std::string quoted = "'";
+    for (const char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return quoted + "'";
+}
+
 }  // namespace
 
 Session::Session(const Options& options, const Scenario& scenario, SignalWatch& signals,
@@ -83,6 +90,9 @@ void Session::make_firmware() {
     }
     FirmwareBundle firmware =
         FirmwareBundle::load(images, versions / "ver_info.txt", scenario_.start.platform);
+    if (options_.firmware) {
+        for (const std::string& note : firmware.notes) std::cerr << "marlo-sim: " << note << "\n";
+    }
     Behaviour behaviour = behaviour_for(scenario_, firmware);
     if (options_.fragment) behaviour.fragment_size = *options_.fragment;
     if (options_.flash_rate) behaviour.flash_rate = *options_.flash_rate;
@@ -97,8 +107,8 @@ void Session::prepare_properties() {
 
 void Session::start() {
     if (!options_.start_daemon) {
-        std::cout << "start the daemon with: MARLO_ROOT=" << root_.path().string() << " "
-                  << fs::absolute(options_.daemon).string() << std::endl;
+        std::cout << "start the daemon with: MARLO_ROOT=" << shell_quoted(root_.path()) << " "
+                  << shell_quoted(fs::absolute(options_.daemon)) << std::endl;
         return;
     }
     begin_clock();

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Rules of the house that no compiler checks. Prints each line that breaks one; exit status 1 then.
 set -uo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."

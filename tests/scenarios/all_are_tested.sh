@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The scenarios that are tested ($1) are those that there are.
 . "$(dirname "$0")/common.sh"
 listed=$("$MARLO_SIM" --list | awk '{ print $1 }' | sort)

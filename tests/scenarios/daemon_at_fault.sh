@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # A daemon that does the wrong thing, or nothing, fails: the verdict cannot only be PASS.
 . "$(dirname "$0")/common.sh"
+need_fuse
 
 expect_failure() { # WHAT TEXT COMMAND...
     local what=$1 text=$2 status=0

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # An update from a directory of somebody's own: images of 0 bytes, 1 byte and 64 MiB; then a table
 # that cannot be served, which is an error that names it.
 . "$(dirname "$0")/common.sh"
+need_fuse
 firmware=$scratch/firmware
 mkdir "$firmware"
 : >"$firmware/empty.bin"

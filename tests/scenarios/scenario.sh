@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # One scenario: exit status 0, and exactly one line PASS, which is the last.
 . "$(dirname "$0")/common.sh"
+need_fuse
 simulate "$1" | tee "$scratch/output" || fail "exit status $?"
 [ "$(tail -n 1 "$scratch/output")" = "PASS $1" ] || fail "the last line is not PASS $1"
 [ "$(grep -c '^PASS\|^FAIL' "$scratch/output")" = 1 ] || fail "more than one verdict"

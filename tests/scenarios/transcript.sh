@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The transcript of an update: one JSON object a line, its times in order, and in it the requests
 # and answers of a download.
 . "$(dirname "$0")/common.sh"
+need_fuse
 transcript=$scratch/transcript
 simulate update --quiet --transcript "$transcript" >"$scratch/output" || fail "$(cat "$scratch/output")"
 

@@ -100,6 +100,10 @@ TEST(FirmwareBundle, KeepsValuesOfThePartitionBefore) {
     using Pair = std::pair<uint32_t, size_t>;
     EXPECT_THAT(images, testing::ElementsAre(Pair(8, 3), Pair(9, 3), Pair(2, 3), Pair(1, 120001)));
     EXPECT_TRUE(bundle.images[2].in_table);
+    EXPECT_THAT(bundle.notes,
+                testing::ElementsAre(HasSubstr("image flash.bin is never served: its id 8"),
+                                     HasSubstr("image none is not there"),
+                                     HasSubstr("partition_1.bin is never served: its id 2")));
 }
 
 TEST(FirmwareBundle, RefusesBrokenDirectoriesInWords) {
