@@ -7,8 +7,12 @@ namespace os {
 
 const std::string& root_prefix() {
     static const std::string prefix = [] {
-        const char* value = secure_getenv("MARLO_ROOT");
-        std::string directory = value != nullptr ? value : "";
+        std::string directory;
+#ifndef __ANDROID__  // there, the environment has no say in what is opened
+        if (const char* value = secure_getenv("MARLO_ROOT"); value != nullptr) {
+            directory = value;
+        }
+#endif
         while (!directory.empty() && directory.back() == '/') {
             directory.pop_back();
         }
