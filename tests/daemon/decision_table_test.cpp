@@ -10,15 +10,17 @@ namespace {
 
 class DecisionTable : public DaemonTest {
   protected:
-    static std::vector<std::string> joined(std::vector<std::vector<std::string>> parts) {
-        std::vector<std::string> all;
+    // The whole course: the start, which is always the same, and then these parts.
+    void expect_course(const std::vector<std::vector<std::string>>& parts) {
+        std::vector<std::string> all = start_;
         for (const auto& part : parts) {
             all.insert(all.end(), part.begin(), part.end());
         }
-        return all;
+        EXPECT_THAT(course(), ElementsAreArray(all));
     }
 
     const std::vector<std::string> start_ = {
+        "I Start Marlo Daemon",
         "D Dir: .",
         "D Dir: remoteproc1",
         "D read: soc:zeno,rproc-marlo\n",
@@ -56,16 +58,12 @@ class DecisionTable : public DaemonTest {
 TEST_F(DecisionTable, HostBootIsAccepted) {
     boot_mode_ = HOST;
     start_until_sleep(2);
-    EXPECT_THAT(
-        course(),
-        ElementsAreArray(joined(
-            {{"I Start Marlo Daemon"},
-             start_,
-             {"get mode", "I  Marlo is in HOST Mode!\n", "notify 0", "notify 4"},
-             load_,
-             {"get mode", "set vendor.marlo.boot_complete=1"},
-             version_,
-             {"E Marlo boot complete in HOST Mode!", "notify 0", "boot status 1", "sleep 1"}})));
+    expect_course(
+        {{"get mode", "I  Marlo is in HOST Mode!\n", "notify 0", "notify 4"},
+         load_,
+         {"get mode", "set vendor.marlo.boot_complete=1"},
+         version_,
+         {"E Marlo boot complete in HOST Mode!", "notify 0", "boot status 1", "sleep 1"}});
     EXPECT_EQ(g_daemon_state, DAEMON_INITIALISED);
 }
 
@@ -90,29 +88,22 @@ TEST_F(DecisionTable, HostBootWithoutAVersion) {
 TEST_F(DecisionTable, FlashBootWithoutTheUpdateFlagIsUpdatedWithoutLoading) {
     platform().property("persist.vendor.zt_aon.dfu_update", "0");
     start_until_sleep(2);
-    EXPECT_THAT(course(), ElementsAreArray(
-                              joined({{"I Start Marlo Daemon"},
-                                      start_,
-                                      {"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1",
-                                       "notify 2", "I zt_aon.dfu_update is 0, do fW_update"},
-                                      switch_to_host_,
-                                      begin_download_,
-                                      {"sleep 1"}})));
+    expect_course({{"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1", "notify 2",
+                    "I zt_aon.dfu_update is 0, do fW_update"},
+                   switch_to_host_,
+                   begin_download_,
+                   {"sleep 1"}});
 }
 
 TEST_F(DecisionTable, FlashBootWithMatchingVersions) {
     platform().property("persist.vendor.zt_aon.dfu_update", "1");
     start_until_sleep(2);
-    EXPECT_THAT(course(),
-                ElementsAreArray(joined(
-                    {{"I Start Marlo Daemon"},
-                     start_,
-                     {"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1", "notify 4"},
-                     load_,
-                     {"get mode = 1", "set vendor.marlo.boot_complete=1"},
-                     version_,
-                     {"E Marlo boot complete in FLASH Mode!", "notify 1", "I do fw_version_check",
-                      "boot status 1", "notify 4", "sleep 1"}})));
+    expect_course({{"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1", "notify 4"},
+                   load_,
+                   {"get mode = 1", "set vendor.marlo.boot_complete=1"},
+                   version_,
+                   {"E Marlo boot complete in FLASH Mode!", "notify 1", "I do fw_version_check",
+                    "boot status 1", "notify 4", "sleep 1"}});
 }
 
 TEST_F(DecisionTable, FlashBootWithDifferentVersions) {
@@ -120,19 +111,15 @@ TEST_F(DecisionTable, FlashBootWithDifferentVersions) {
     set_running(true);
     platform().file(kVersionFile, "\"apps_cochip\": \"APPS.3\",\n");
     start_until_sleep(2);
-    EXPECT_THAT(
-        course(),
-        ElementsAreArray(joined(
-            {{"I Start Marlo Daemon"},
-             start_,
-             {"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1", "notify 4",
-              "D marlofw state: running\n", "get mode = 1", "set vendor.marlo.boot_complete=1"},
-             version_,
-             {"E Marlo boot complete in FLASH Mode!", "notify 1", "I do fw_version_check",
-              "D Version mis-match, switch2HOST, do fW_update", "notify 2"},
-             switch_to_host_,
-             begin_download_,
-             {"sleep 1"}})));
+    expect_course(
+        {{"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1", "notify 4",
+          "D marlofw state: running\n", "get mode = 1", "set vendor.marlo.boot_complete=1"},
+         version_,
+         {"E Marlo boot complete in FLASH Mode!", "notify 1", "I do fw_version_check",
+          "D Version mis-match, switch2HOST, do fW_update", "notify 2"},
+         switch_to_host_,
+         begin_download_,
+         {"sleep 1"}});
 }
 
 TEST_F(DecisionTable, FlashBootWithoutAVersionKeepsTheOldFirmware) {
@@ -150,18 +137,14 @@ TEST_F(DecisionTable, FailedFlashBootFallsBackToHostAndUpdates) {
     platform().property("persist.vendor.zt_aon.dfu_update", "1");
     loads_to_fail_ = 1;
     start_until_sleep(3);
-    EXPECT_THAT(course(),
-                ElementsAreArray(
-                    joined({{"I Start Marlo Daemon"},
-                            start_,
-                            {"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1", "notify 4",
-                             "D marlofw state: offline\n", "SPI busy", "load = -5",
-                             "E Send MARLO_LOAD flag failed", "sleep 1", "get mode = 1",
-                             "set mode 0", "reset", "load", "sleep 1", "D marlofw state: running\n",
-                             "E Fallback: Marlo boot complete in Host Mode, try DFU", "notify 0",
-                             "set vendor.marlo.boot_complete=1", "SPI free"},
-                            begin_download_,
-                            {"sleep 1"}})));
+    expect_course(
+        {{"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1", "notify 4",
+          "D marlofw state: offline\n", "SPI busy", "load = -5", "E Send MARLO_LOAD flag failed",
+          "sleep 1", "get mode = 1", "set mode 0", "reset", "load", "sleep 1",
+          "D marlofw state: running\n", "E Fallback: Marlo boot complete in Host Mode, try DFU",
+          "notify 0", "set vendor.marlo.boot_complete=1", "SPI free"},
+         begin_download_,
+         {"sleep 1"}});
     EXPECT_EQ(g_daemon_state, DAEMON_INITIALISED);
 }
 
