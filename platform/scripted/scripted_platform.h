@@ -63,6 +63,7 @@ class Platform {
     void script_read(const std::string& path, Step step);
     void script_write(const std::string& path, Step step);
     // The next poll of a set with this device reports exactly these events for it, once.
+    // To be scripted before the data that it announces: a reader may take the data meanwhile.
     void script_poll_events(const std::string& path, short events);
     // The next poll fails with `error`, or times out where it is 0.
     void script_poll_failure(int error);
