@@ -63,7 +63,8 @@ Coprocessor::Coprocessor(Behaviour behaviour, FirmwareBundle firmware, Observer&
       firmware_(std::move(firmware)),
       running_mode_(behaviour_.boot_mode),
       reporter_(std::make_unique<Reporter>(observer)),
-      dfu_(std::make_unique<DfuClient>(behaviour_, firmware_, *reporter_, status_)) {
+      dfu_(std::make_unique<DfuClient>(behaviour_, firmware_, *reporter_, status_)),
+      channels_{dfu_.get()} {
     status_.boot_mode = behaviour_.boot_mode;
     status_.running = behaviour_.running;
 }
@@ -72,11 +73,16 @@ Coprocessor::~Coprocessor() = default;
 
 void Coprocessor::set_time(Time now) {
     reporter_->set_time(now);
-    dfu_->clock_moved();
+    for (PacketChannel* channel : channels_) channel->clock_moved();
 }
 
 std::optional<Time> Coprocessor::next_deadline() const {
-    return dfu_->next_deadline();
+    std::optional<Time> next;
+    for (const PacketChannel* channel : channels_) {
+        const auto deadline = channel->next_deadline();
+        if (deadline && (!next || *deadline < *next)) next = deadline;
+    }
+    return next;
 }
 
 const std::vector<std::string>& Coprocessor::failures() const {
@@ -199,8 +205,12 @@ int Coprocessor::load() {
     return 0;
 }
 
+void Coprocessor::hang_up() {
+    for (PacketChannel* channel : channels_) channel->hang_up();
+}
+
 int Coprocessor::unload() {
-    dfu_->hang_up();
+    hang_up();
     status_.running = false;
     return 0;
 }
@@ -209,7 +219,7 @@ int Coprocessor::unload() {
 // stays off.
 int Coprocessor::restart() {
     if (!status_.running) return 0;
-    dfu_->hang_up();
+    hang_up();
     running_mode_ = status_.boot_mode;
     return 0;
 }
@@ -232,40 +242,57 @@ int Coprocessor::set_boot_status(uint32_t value) {
     return 0;
 }
 
-int Coprocessor::open_channel(Channel) {
-    if (!status_.running) return -ENODEV;
-    return dfu_->open();
+// Null: the co-processor has no such channel.
+PacketChannel* Coprocessor::find(Channel channel) const {
+    switch (channel) {
+        case Channel::kDfu:
+            return dfu_.get();
+        case Channel::kMiscData:
+        case Channel::kRma:
+            break;
+    }
+    return nullptr;
 }
 
-void Coprocessor::close_channel(Channel) {
-    dfu_->close();
+int Coprocessor::open_channel(Channel channel) {
+    PacketChannel* opened = find(channel);
+    return status_.running && opened ? opened->open() : -ENODEV;
 }
 
-int Coprocessor::receive(Channel, std::span<const uint8_t> packet) {
-    if (!dfu_->is_open()) return -EBADF;
-    if (dfu_->hung_up()) return -EPIPE;
+void Coprocessor::close_channel(Channel channel) {
+    if (PacketChannel* closed = find(channel)) closed->close();
+}
+
+int Coprocessor::receive(Channel channel, std::span<const uint8_t> packet) {
+    PacketChannel* receiver = find(channel);
+    if (!receiver || !receiver->is_open()) return -EBADF;
+    if (receiver->hung_up()) return -EPIPE;
     if (!status_.wakelock_held) {
         reporter_->fail("packet of " + std::to_string(packet.size()) +
                         " bytes written without the wakelock");
     }
-    if (running_mode_ != kHostMode) {
+    // Misc data and memory partitions are asked for by what has no flash to boot from, whatever
+    // boot mode was set.
+    if (channel == Channel::kDfu && running_mode_ != kHostMode) {
         reporter_->fail("download packet in boot mode " + boot_mode_name(running_mode_));
     } else {
-        dfu_->receive(packet);
+        receiver->receive(packet);
     }
     return static_cast<int>(packet.size());
 }
 
-bool Coprocessor::readable(Channel) const {
-    return dfu_->readable();
+bool Coprocessor::readable(Channel channel) const {
+    const PacketChannel* sender = find(channel);
+    return sender && sender->readable();
 }
 
-bool Coprocessor::hung_up(Channel) const {
-    return dfu_->hung_up();
+bool Coprocessor::hung_up(Channel channel) const {
+    const PacketChannel* sender = find(channel);
+    return sender && sender->hung_up();
 }
 
-Bytes Coprocessor::take_packet(Channel) {
-    return dfu_->take_packet();
+Bytes Coprocessor::take_packet(Channel channel) {
+    return find(channel)->take_packet();
 }
 
 void Coprocessor::write_wake_lock(std::string_view name) {

@@ -23,8 +23,9 @@
 namespace sim {
 
 class DfuClient;
-struct ControlRequest;
+class PacketChannel;
 class Reporter;
+struct ControlRequest;
 
 // The daemon's memory, as the kernel driver reaches it. False: the range is not the daemon's.
 class UserMemory {
@@ -34,7 +35,8 @@ class UserMemory {
     virtual bool write(uint32_t address, std::span<const uint8_t> from) = 0;
 };
 
-enum class Channel { kDfu };
+// glink_pkt_marlo_dfu, glink_pkt_marlo_custom_data, glink_pkt_marlo_rma
+enum class Channel { kDfu, kMiscData, kRma };
 
 struct ImageProgress {
     uint32_t id;
@@ -77,7 +79,7 @@ class Coprocessor {
     // mode", else 0) or -errno. The block is never changed: replies go to the memory it points to.
     int ioctl(uint32_t request, std::span<uint8_t> block, UserMemory& memory);
 
-    // 0, -ENODEV (the co-processor does not run), -EBUSY (already open).
+    // 0, -ENODEV (the co-processor does not run or has no such channel), -EBUSY (already open).
     int open_channel(Channel channel);
     void close_channel(Channel channel);
     // One packet written by the daemon: bytes taken, -EPIPE (hung up) or -EBADF (not open).
@@ -110,6 +112,8 @@ class Coprocessor {
     int set_boot_mode(uint32_t mode);
     int set_boot_status(uint32_t value);
     bool load_fails() const;
+    PacketChannel* find(Channel channel) const;
+    void hang_up();
     void write_wake_file(const char* file, std::string_view name, bool hold);
     void emit_new_state();
 
@@ -121,6 +125,7 @@ class Coprocessor {
     int running_mode_;  // the mode it was loaded in, while it runs
     std::unique_ptr<Reporter> reporter_;
     std::unique_ptr<DfuClient> dfu_;
+    std::vector<PacketChannel*> channels_;  // all of them
 };
 
 }  // namespace sim

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/dfu_client.h"
 
-#include <algorithm>
-#include <cerrno>
 #include <utility>
 
 namespace sim {
@@ -14,9 +12,9 @@ using dfu::word_at;
 
 DfuClient::DfuClient(const Behaviour& behaviour, const FirmwareBundle& firmware, Reporter& reporter,
                      Status& status)
-    : behaviour_(behaviour),
+    : PacketChannel("dfu", reporter),
+      behaviour_(behaviour),
       firmware_(firmware),
-      reporter_(reporter),
       status_(status),
       range_requested_(firmware.erase_ranges.size(), false) {
     status_.erase_total = firmware.bytes_to_erase();
@@ -25,38 +23,17 @@ DfuClient::DfuClient(const Behaviour& behaviour, const FirmwareBundle& firmware,
     }
 }
 
-int DfuClient::open() {
-    if (open_) return -EBUSY;
-    open_ = true;
-    // A host that opens the channel begins from the start or asks for the state.
+// A host that opens the channel begins from the start or asks for the state.
+void DfuClient::on_open() {
     next_erase_ = 0;
-    return 0;
 }
 
-void DfuClient::close() {
-    open_ = false;
-    hung_up_ = false;
-    outbox_.clear();
-}
-
-void DfuClient::hang_up() {
-    if (!open_) return;
-    hung_up_ = true;
+void DfuClient::on_hang_up() {
     finish_work();
-    outbox_.clear();
-}
-
-Bytes DfuClient::take_packet() {
-    Bytes packet = std::move(outbox_.front());
-    outbox_.pop_front();
-    return packet;
 }
 
 void DfuClient::receive(std::span<const uint8_t> packet) {
-    nlohmann::json fields = dfu::describe(packet);
-    fields["direction"] = "from daemon";
-    fields["channel"] = "dfu";
-    reporter_.emit(EventKind::kPacket, std::move(fields));
+    emit_received(dfu::describe(packet));
     const std::string error = dfu::header_error(packet);
     if (!error.empty()) {
         reporter_.fail(error);
@@ -104,13 +81,10 @@ bool DfuClient::check_words(std::span<const uint8_t> packet, size_t length,
     return true;
 }
 
-void DfuClient::send(std::initializer_list<uint32_t> payload, uint32_t id) {
-    if (!open_ || hung_up_) return;
-    outbox_.push_back(dfu::make_packet(id, payload));
-    nlohmann::json fields = dfu::describe(outbox_.back());
-    fields["direction"] = "to daemon";
-    fields["channel"] = "dfu";
-    reporter_.emit(EventKind::kPacket, std::move(fields));
+void DfuClient::send_message(std::initializer_list<uint32_t> payload, uint32_t id) {
+    Bytes packet = dfu::make_packet(id, payload);
+    nlohmann::json description = dfu::describe(packet);
+    send(std::move(packet), std::move(description));
 }
 
 void DfuClient::work(uint64_t bytes, bool erasing, std::function<void()> done) {

@@ -8,7 +8,6 @@
 // the channel asks for the state and answers the request that the state names.
 #pragma once
 
-#include <deque>
 #include <functional>
 #include <optional>
 #include <span>
@@ -17,31 +16,20 @@
 #include "sim/coprocessor.h"
 #include "sim/dfu_packet.h"
 #include "sim/flash.h"
-#include "sim/reporter.h"
+#include "sim/packet_channel.h"
 
 namespace sim {
 
-class DfuClient {
+// A hang-up leaves the download where it is.
+class DfuClient : public PacketChannel {
   public:
     // All of them must outlive the client; it writes the progress into `status`.
     DfuClient(const Behaviour& behaviour, const FirmwareBundle& firmware, Reporter& reporter,
               Status& status);
 
-    int open();    // 0 or -EBUSY
-    void close();  // what has not been read is lost
-    // The co-processor stops: an open channel is dead until it is closed and opened again. The
-    // download stays where it is.
-    void hang_up();
-    bool is_open() const { return open_; }
-    bool hung_up() const { return hung_up_; }
-
-    void receive(std::span<const uint8_t> packet);
-    bool readable() const { return !outbox_.empty(); }
-    Bytes take_packet();
-
-    // Does what has become due by the reporter's time.
-    void clock_moved();
-    std::optional<Time> next_deadline() const;
+    void receive(std::span<const uint8_t> packet) override;
+    void clock_moved() override;
+    std::optional<Time> next_deadline() const override;
 
     bool finished_once() const { return finished_once_; }
     bool flash_matches(std::string* why) const;
@@ -63,7 +51,9 @@ class DfuClient {
         std::function<void()> done;
     };
 
-    void send(std::initializer_list<uint32_t> payload, uint32_t id);
+    void on_open() override;
+    void on_hang_up() override;
+    void send_message(std::initializer_list<uint32_t> payload, uint32_t id);
     void ask(const Request& request);
     void work(uint64_t bytes, bool erasing, std::function<void()> done);
     void finish_work();
@@ -90,12 +80,8 @@ class DfuClient {
 
     const Behaviour& behaviour_;
     const FirmwareBundle& firmware_;
-    Reporter& reporter_;
     Status& status_;
 
-    bool open_ = false;
-    bool hung_up_ = false;
-    std::deque<Bytes> outbox_;
     std::optional<Work> work_;
 
     size_t next_erase_ = 0;              // index of the range that the host must have erased next

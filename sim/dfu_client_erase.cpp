@@ -64,7 +64,7 @@ void DfuClient::begin_anew() {
 void DfuClient::erase(uint32_t start, uint32_t size) {
     init_reported_ = false;
     if (!erase_is_expected(start, size)) {
-        send({dfu::kEraseOperation, kFailure, 0, 0, 0, 0, 0}, dfu::kSpecialResponse);
+        send_message({dfu::kEraseOperation, kFailure, 0, 0, 0, 0, 0}, dfu::kSpecialResponse);
         return;
     }
     if (next_erase_ == 0) begin_anew();
@@ -72,8 +72,8 @@ void DfuClient::erase(uint32_t start, uint32_t size) {
     work(size, true, [this, start, size] {
         const bool fails = behaviour_.has(Fault::kEraseFails);
         if (!fails) flash_.erase(start, size);
-        send({dfu::kEraseOperation, fails ? kFailure : kSuccess, 0, 0, 0, 0, 0},
-             dfu::kSpecialResponse);
+        send_message({dfu::kEraseOperation, fails ? kFailure : kSuccess, 0, 0, 0, 0, 0},
+                     dfu::kSpecialResponse);
     });
 }
 
@@ -83,9 +83,9 @@ void DfuClient::answer_state() {
     if (outstanding_.id == dfu::kOffsetRequest) state = dfu::kOffset;
     if (outstanding_.id == dfu::kSessionEndRequest) state = dfu::kSessionEnd;
     init_reported_ = state == dfu::kInit;
-    send({dfu::kStateOperation, kSuccess, 0, state, outstanding_.image, outstanding_.offset,
-          outstanding_.length},
-         dfu::kSpecialResponse);
+    send_message({dfu::kStateOperation, kSuccess, 0, state, outstanding_.image, outstanding_.offset,
+                  outstanding_.length},
+                 dfu::kSpecialResponse);
 }
 
 }  // namespace sim

@@ -32,7 +32,7 @@ void DfuClient::update_request(std::span<const uint8_t> packet) {
     init_reported_ = false;
     status_.phase = Phase::kImages;
     reporter_.emit(EventKind::kPhase, {{"phase", "session begins"}});
-    send({}, dfu::kUpdateResponse);
+    send_message({}, dfu::kUpdateResponse);
     image_index_ = 0;
     begin_image();
 }
@@ -41,11 +41,11 @@ void DfuClient::ask(const Request& request) {
     outstanding_ = request;
     switch (request.id) {
         case dfu::kInfoRequest:
-            return send({request.image}, request.id);
+            return send_message({request.image}, request.id);
         case dfu::kOffsetRequest:
-            return send({request.image, request.offset, request.length}, request.id);
+            return send_message({request.image, request.offset, request.length}, request.id);
         default:
-            return send({}, request.id);
+            return send_message({}, request.id);
     }
 }
 
@@ -114,7 +114,7 @@ void DfuClient::next_fragment() {
         const uint32_t length = std::max<uint32_t>(behaviour_.fragment_size, 1);
         return ask({dfu::kOffsetRequest, image().id, static_cast<uint32_t>(done), length});
     }
-    send({image().id}, dfu::kImageEndRequest);
+    send_message({image().id}, dfu::kImageEndRequest);
     reporter_.emit(EventKind::kPhase,
                    {{"phase", "image done"}, {"image", image().id}, {"name", image().name}});
     ++image_index_;
