@@ -56,6 +56,7 @@ int Platform::close(int fd) {
     note("close " + found->second.path);
     // A pipe with one end left hangs up; everything else is as new for the next open.
     nodes_[found->second.path].hung_up = found->second.path.starts_with("pipe:");
+    listeners_ended_ += found->second.path == kUeventSocket ? 1 : 0;
     descriptors_.erase(found);
     changed_.notify_all();
     return 0;
@@ -280,7 +281,8 @@ void Platform::wait(int64_t nanoseconds, const std::string& line) {
         const std::lock_guard lock(mutex_);
         now_ns_ += nanoseconds;
         note(line);
-        if (sleeps_left_ > 0 && --sleeps_left_ == 0) {
+        const bool counts = sleeps_left_ > 0 && std::this_thread::get_id() == stopped_thread_;
+        if (counts && --sleeps_left_ == 0) {
             sleeps_left_ = -1;
             throw Stopped();
         }

@@ -147,6 +147,7 @@ void Platform::on_sleep(std::function<void(int64_t)> handler) {
 void Platform::stop_after_sleeps(int count) {
     const std::lock_guard lock(mutex_);
     sleeps_left_ = count;
+    stopped_thread_ = std::this_thread::get_id();
 }
 
 void Platform::property(const std::string& name, const std::string& value) {

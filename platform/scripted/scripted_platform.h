@@ -10,8 +10,10 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -39,6 +41,9 @@ Step failure(int error);
 
 // A control command as the device saw it: returns the result, or a negated errno.
 using IoctlHandler = std::function<int(unsigned long request, uint32_t* words)>;
+
+// The uevent socket among the devices.
+inline constexpr const char* kUeventSocket = "uevent:";
 
 // Thrown by a wait once stop_after_sleeps() is used up: the way out of an endless loop.
 struct Stopped {};
@@ -76,8 +81,13 @@ class Platform {
     void on_write(const std::string& path, std::function<void(const Bytes&)> handler);
     // Called whenever a wait has moved the clock, with the seconds since the start.
     void on_sleep(std::function<void(int64_t)> handler);
+    // The wait with this number, counted from 1 on the calling thread, throws Stopped.
     void stop_after_sleeps(int count);
     void property(const std::string& name, const std::string& value);
+    // The next message on the uevent socket, cut to the room that the receiver has. The receive
+    // gives the count of bytes, unless told otherwise.
+    void uevent(const std::string& message, std::optional<ssize_t> result = {});
+    void fail_uevent_socket(int error);
     // Puts a line of the test's own into the transcript.
     void remark(const std::string& line);
 
@@ -85,6 +95,10 @@ class Platform {
     void wait_until_idle();
     // Blocks until a read waits for data that a test has not scripted yet.
     void wait_until_reading();
+    // Blocks until every uevent has been taken and dealt with, or whoever listened has ended.
+    void wait_until_listening();
+    // Lets the uevent socket fail; blocks until whoever listens, or is about to, has ended.
+    void end_uevents();
 
     std::string property(const std::string& name);
     std::vector<Bytes> written(const std::string& path);
@@ -109,6 +123,8 @@ class Platform {
     int ioctl(int fd, unsigned long request, void* argument);
     int pipe(int ends[2]);
     const std::vector<std::pair<std::string, uint8_t>>* list(const std::string& path);
+    int open_uevent_socket();
+    ssize_t receive_uevent(int fd, void* buffer, size_t size);
     void wait(int64_t nanoseconds, const std::string& line);
     void set_property(const std::string& name, const std::string& value);
     void* map_low(size_t size);
@@ -156,6 +172,11 @@ class Platform {
     int waiting_reads_ = 0;
     int poll_passes_ = 0;
     int sleeps_left_ = -1;
+    std::thread::id stopped_thread_;
+    std::deque<std::pair<std::string, std::optional<ssize_t>>> uevents_;
+    bool uevents_end_ = false;
+    int waiting_listeners_ = 0;
+    int listeners_ended_ = 0;
     bool no_low_memory_ = false;
     int64_t now_ns_ = 0;
 };
