@@ -3,11 +3,10 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
-#include <set>
 #include <string>
-#include <string_view>
 #include <vector>
+
+#include "sim/faults.h"
 
 namespace sim {
 
@@ -16,19 +15,6 @@ constexpr int kFlashMode = 1;
 
 // "HOST", "FLASH", or the number.
 std::string boot_mode_name(int mode);
-
-enum class Fault {
-    kFlashFirmwareDamaged,  // a load in FLASH mode fails until a download has finished
-    kFlashLoadFails,        // every load in FLASH mode fails
-    kLoadFails,             // every load fails, whatever the boot mode
-    kEraseFails,            // every erase request is answered with a failure code
-    kVersionQueryFails,     // the first Behaviour::version_failures version queries fail
-};
-
-// The name of a fault on the command line, for example "load-fails".
-const char* fault_name(Fault fault);
-std::optional<Fault> find_fault(std::string_view name);
-const std::vector<Fault>& all_faults();
 
 // What the co-processor says about the firmware that it runs.
 struct Versions {
@@ -44,10 +30,7 @@ struct Behaviour {
     Versions versions;
     uint32_t fragment_size = 4096;  // bytes asked for in one request for a piece of an image
     uint64_t flash_rate = 0;        // bytes per second that are erased or written; 0: at once
-    std::set<Fault> faults;
-    int version_failures = 3;  // with kVersionQueryFails
-
-    bool has(Fault fault) const { return faults.count(fault) != 0; }
+    std::vector<FaultRequest> faults;
 };
 
 }  // namespace sim

@@ -60,10 +60,11 @@ const char* phase_name(Phase phase) {
 
 Coprocessor::Coprocessor(Behaviour behaviour, FirmwareBundle firmware, Observer& observer)
     : behaviour_(std::move(behaviour)),
+      faults_(behaviour_.faults),
       firmware_(std::move(firmware)),
       running_mode_(behaviour_.boot_mode),
       reporter_(std::make_unique<Reporter>(observer)),
-      dfu_(std::make_unique<DfuClient>(behaviour_, firmware_, *reporter_, status_)),
+      dfu_(std::make_unique<DfuClient>(behaviour_, faults_, firmware_, *reporter_, status_)),
       channels_{dfu_.get()} {
     status_.boot_mode = behaviour_.boot_mode;
     status_.running = behaviour_.running;
@@ -176,11 +177,9 @@ int Coprocessor::reset(uint32_t word_address, UserMemory& memory) {
 }
 
 int Coprocessor::query_version(uint32_t reply_address, UserMemory& memory) {
-    ++version_queries_;
     if (!status_.running) return -EIO;
-    if (behaviour_.has(Fault::kVersionQueryFails) &&
-        version_queries_ <= behaviour_.version_failures) {
-        return -EIO;
+    if (const auto error = faults_.strikes(Fault::kVersionQueryFails)) {
+        return -static_cast<int>(*error);
     }
     if (!memory.write(reply_address, version_record(behaviour_.versions))) {
         reporter_->fail("query version: the reply's address " + dfu::hex(reply_address) +
@@ -190,16 +189,20 @@ int Coprocessor::query_version(uint32_t reply_address, UserMemory& memory) {
     return 0;
 }
 
-bool Coprocessor::load_fails() const {
-    if (behaviour_.has(Fault::kLoadFails)) return true;
-    if (status_.boot_mode != kFlashMode) return false;
-    if (behaviour_.has(Fault::kFlashLoadFails)) return true;
-    return behaviour_.has(Fault::kFlashFirmwareDamaged) && !dfu_->finished_once();
+std::optional<uint32_t> Coprocessor::load_error() {
+    auto error = faults_.strikes(Fault::kLoadFails);
+    if (status_.boot_mode != kFlashMode) return error;
+    for (const Fault fault : {Fault::kFlashLoadFails, Fault::kFlashFirmwareDamaged}) {
+        if (fault == Fault::kFlashFirmwareDamaged && dfu_->finished_once()) continue;
+        const auto other = faults_.strikes(fault);
+        if (!error) error = other;
+    }
+    return error;
 }
 
 int Coprocessor::load() {
     if (!status_.spi_busy) reporter_->fail("load while the SPI bus is not marked busy");
-    if (load_fails()) return -EIO;
+    if (const auto error = load_error()) return -static_cast<int>(*error);
     if (!status_.running) running_mode_ = status_.boot_mode;
     status_.running = true;
     return 0;

@@ -111,18 +111,18 @@ class Coprocessor {
     int restart();
     int set_boot_mode(uint32_t mode);
     int set_boot_status(uint32_t value);
-    bool load_fails() const;
+    std::optional<uint32_t> load_error();
     PacketChannel* find(Channel channel) const;
     void hang_up();
     void write_wake_file(const char* file, std::string_view name, bool hold);
     void emit_new_state();
 
     Behaviour behaviour_;
+    Faults faults_;
     FirmwareBundle firmware_;
     Status status_;
     nlohmann::json emitted_state_;  // what the last event about the state said
-    int version_queries_ = 0;
-    int running_mode_;  // the mode it was loaded in, while it runs
+    int running_mode_;              // the mode it was loaded in, while it runs
     std::unique_ptr<Reporter> reporter_;
     std::unique_ptr<DfuClient> dfu_;
     std::vector<PacketChannel*> channels_;  // all of them

@@ -10,13 +10,15 @@ using dfu::kHeaderSize;
 using dfu::message_name;
 using dfu::word_at;
 
-DfuClient::DfuClient(const Behaviour& behaviour, const FirmwareBundle& firmware, Reporter& reporter,
-                     Status& status)
+DfuClient::DfuClient(const Behaviour& behaviour, Faults& faults, const FirmwareBundle& firmware,
+                     Reporter& reporter, Status& status)
     : PacketChannel("dfu", reporter),
       behaviour_(behaviour),
+      faults_(faults),
       firmware_(firmware),
       status_(status),
-      range_requested_(firmware.erase_ranges.size(), false) {
+      range_requested_(firmware.erase_ranges.size(), false),
+      range_refused_(firmware.erase_ranges.size(), false) {
     status_.erase_total = firmware.bytes_to_erase();
     for (const Image& image : firmware.images) {
         status_.images.push_back({image.id, image.name, 0, image.data.size()});

@@ -24,8 +24,8 @@ namespace sim {
 class DfuClient : public PacketChannel {
   public:
     // All of them must outlive the client; it writes the progress into `status`.
-    DfuClient(const Behaviour& behaviour, const FirmwareBundle& firmware, Reporter& reporter,
-              Status& status);
+    DfuClient(const Behaviour& behaviour, Faults& faults, const FirmwareBundle& firmware,
+              Reporter& reporter, Status& status);
 
     void receive(std::span<const uint8_t> packet) override;
     void clock_moved() override;
@@ -79,6 +79,7 @@ class DfuClient : public PacketChannel {
                      std::initializer_list<uint32_t> words);
 
     const Behaviour& behaviour_;
+    Faults& faults_;
     const FirmwareBundle& firmware_;
     Status& status_;
 
@@ -86,6 +87,7 @@ class DfuClient : public PacketChannel {
 
     size_t next_erase_ = 0;              // index of the range that the host must have erased next
     std::vector<bool> range_requested_;  // per range: the host has asked for it in this download
+    std::vector<bool> range_refused_;    // per range: but in vain
     bool init_reported_ = false;         // the host may start the update
     Request outstanding_{0};
     size_t image_index_ = 0;

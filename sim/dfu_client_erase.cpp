@@ -13,7 +13,7 @@ using dfu::word_at;
 namespace {
 
 constexpr uint32_t kSuccess = 0;
-constexpr uint32_t kFailure = 1;
+constexpr uint32_t kNoSuchRange = 1;
 
 std::string range_words(uint32_t start, uint32_t size) {
     return "offset " + hex(start) + " length " + hex(size);
@@ -54,6 +54,7 @@ bool DfuClient::erase_is_expected(uint32_t start, uint32_t size) {
 // The host erases from the first range on: what was under way is given up.
 void DfuClient::begin_anew() {
     std::fill(range_requested_.begin(), range_requested_.end(), false);
+    std::fill(range_refused_.begin(), range_refused_.end(), false);
     outstanding_ = {0};
     status_.erase_done = 0;
     status_.phase = Phase::kErase;
@@ -64,15 +65,17 @@ void DfuClient::begin_anew() {
 void DfuClient::erase(uint32_t start, uint32_t size) {
     init_reported_ = false;
     if (!erase_is_expected(start, size)) {
-        send_message({dfu::kEraseOperation, kFailure, 0, 0, 0, 0, 0}, dfu::kSpecialResponse);
+        send_message({dfu::kEraseOperation, kNoSuchRange, 0, 0, 0, 0, 0}, dfu::kSpecialResponse);
         return;
     }
     if (next_erase_ == 0) begin_anew();
-    range_requested_[next_erase_++] = true;
-    work(size, true, [this, start, size] {
-        const bool fails = behaviour_.has(Fault::kEraseFails);
-        if (!fails) flash_.erase(start, size);
-        send_message({dfu::kEraseOperation, fails ? kFailure : kSuccess, 0, 0, 0, 0, 0},
+    const auto failure = faults_.strikes(Fault::kEraseFails);
+    range_requested_[next_erase_] = true;
+    range_refused_[next_erase_] = failure.has_value();
+    ++next_erase_;
+    work(size, true, [this, start, size, failure] {
+        if (!failure) flash_.erase(start, size);
+        send_message({dfu::kEraseOperation, failure.value_or(kSuccess), 0, 0, 0, 0, 0},
                      dfu::kSpecialResponse);
     });
 }

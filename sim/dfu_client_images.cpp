@@ -93,7 +93,7 @@ void DfuClient::erase_own_ranges(const Image& image) {
         uint64_t next = end;
         uint64_t host_end = 0;
         for (size_t i = 0; image.in_table && i < range_requested_.size(); ++i) {
-            if (behaviour_.has(Fault::kEraseFails) && range_requested_[i]) continue;
+            if (range_refused_[i]) continue;
             const EraseRange& range = firmware_.erase_ranges[i];
             const uint64_t range_end = uint64_t{range.offset} + range.size;
             if (range.offset <= at && at < range_end) host_end = std::max(host_end, range_end);

@@ -21,11 +21,23 @@ constexpr int kFailed = 1;
 constexpr int kCannotRun = 2;
 constexpr int kSignalBase = 128;  // as shells count
 
+std::string padded(const std::string& text, size_t columns) {
+    return text + std::string(text.size() < columns ? columns - text.size() : 1, ' ');
+}
+
 void list_scenarios() {
     for (const Scenario& scenario : all_scenarios()) {
-        std::cout << scenario.name
-                  << std::string(20 - std::min<size_t>(scenario.name.size(), 19), ' ')
-                  << scenario.description << "\n";
+        std::cout << padded(scenario.name, 20) << scenario.description << "\n";
+    }
+}
+
+void list_faults() {
+    for (const FaultRow& row : all_faults()) {
+        const FaultValue& value = *row.value;
+        const std::string usual =
+            row.usual_value == kNever ? "never" : std::to_string(row.usual_value);
+        std::cout << padded(row.name, 24) << row.what << "; @N: the N-th " << row.occasion
+                  << "; VALUE: " << value.meaning << " (" << usual << ")\n";
     }
 }
 
@@ -75,6 +87,10 @@ int main(int count, char** arguments) {
     if (parsed.exit_status) return *parsed.exit_status;
     if (parsed.options.list) {
         list_scenarios();
+        return kPassed;
+    }
+    if (parsed.options.list_faults) {
+        list_faults();
         return kPassed;
     }
     const Scenario* scenario = find_scenario(parsed.options.scenario);

@@ -25,6 +25,14 @@ fs::path default_daemon() {
     return fs::exists(beside, ignored) ? beside : (here / MARLO_SIM_DAEMON).lexically_normal();
 }
 
+void add_fault(Options& options, const std::string& text) {
+    try {
+        options.faults.push_back(parse_fault(text));
+    } catch (const FaultError& error) {
+        throw CLI::ValidationError("--fault", error.what());
+    }
+}
+
 void declare(CLI::App& app, Options& options) {
     app.add_option("SCENARIO", options.scenario, "What happens; --list shows them")
         ->capture_default_str();
@@ -37,6 +45,13 @@ void declare(CLI::App& app, Options& options) {
     app.add_option("--flash-rate", options.flash_rate, "Speed of the flash (as fast as it can be)")
         ->check(CLI::Range(uint64_t{1}, kHighestRate))
         ->option_text("BYTES_PER_S");
+    app.add_option_function<std::vector<std::string>>(
+           "--fault",
+           [&options](const std::vector<std::string>& texts) {
+               for (const std::string& text : texts) add_fault(options, text);
+           },
+           "Something that goes wrong; may be given several times, --list-faults shows them")
+        ->option_text("NAME[@N][:VALUE] ...");
     app.add_option("--root", options.root, "Directory to use as the daemon's root")
         ->option_text("DIR");
     app.add_flag("--keep", options.keep, "Leave the root in place at the end");
@@ -49,6 +64,7 @@ void declare(CLI::App& app, Options& options) {
         ->check(CLI::Range(1u, kLongestTimeout))
         ->option_text("SECONDS");
     app.add_flag("--list", options.list, "Show the scenarios");
+    app.add_flag("--list-faults", options.list_faults, "Show the faults for --fault");
     app.add_flag("--quiet", options.quiet, "Print the last line only");
 }
 

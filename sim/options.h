@@ -5,6 +5,9 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
+
+#include "sim/faults.h"
 
 namespace sim {
 
@@ -20,7 +23,9 @@ struct Options {
     bool start_daemon = true;
     std::optional<std::filesystem::path> transcript;
     std::optional<unsigned> timeout;  // seconds
+    std::vector<FaultRequest> faults;
     bool list = false;
+    bool list_faults = false;
     bool quiet = false;
 };
 

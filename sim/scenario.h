@@ -18,7 +18,6 @@
 
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,7 +39,7 @@ struct Start {
     int boot_mode = kFlashMode;
     bool running = false;
     RunningFirmware firmware = RunningFirmware::kShipped;
-    std::set<Fault> faults = {};
+    std::vector<FaultRequest> faults = {};
 };
 
 struct PropertyChange {

@@ -85,7 +85,7 @@ std::vector<Scenario> make_scenarios() {
          .settle = kSettle},
         {.name = "fallback",
          .description = "the firmware in flash does not load: HOST mode, download, FLASH mode",
-         .start = {.properties = kUpdatedBefore, .faults = {Fault::kFlashFirmwareDamaged}},
+         .start = {.properties = kUpdatedBefore, .faults = {{Fault::kFlashFirmwareDamaged}}},
          .steps = course(
              {kAskFlash,
               kLoadFails,
@@ -98,7 +98,7 @@ std::vector<Scenario> make_scenarios() {
          .settle = kSettle},
         {.name = "boot-failure",
          .description = "loads neither in FLASH nor in HOST mode",
-         .start = {.properties = kUpdatedBefore, .faults = {Fault::kLoadFails}},
+         .start = {.properties = kUpdatedBefore, .faults = {{Fault::kLoadFails}}},
          .steps = course(
              {kAskFlash, kLoadFails, kAskFlash, {"set boot mode HOST", "reset", "load fails"}}),
          .logs = {"Marlo boot fail even on fallback to host from flash"},

@@ -96,6 +96,8 @@ void Session::make_firmware() {
     Behaviour behaviour = behaviour_for(scenario_, firmware);
     if (options_.fragment) behaviour.fragment_size = *options_.fragment;
     if (options_.flash_rate) behaviour.flash_rate = *options_.flash_rate;
+    behaviour.faults.insert(behaviour.faults.begin(), options_.faults.begin(),
+                            options_.faults.end());
     coprocessor_ = std::make_unique<Coprocessor>(behaviour, std::move(firmware),
                                                  static_cast<Observer&>(*this));
 }

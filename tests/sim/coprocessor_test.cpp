@@ -68,8 +68,7 @@ TEST(Coprocessor, WritesTheVersionRecord) {
     Behaviour behaviour;
     behaviour.running = true;
     behaviour.versions = {0x01020003, std::string(150, 'a'), "dsp", "bt"};
-    behaviour.faults = {Fault::kVersionQueryFails};
-    behaviour.version_failures = 2;
+    behaviour.faults = first_occasions(Fault::kVersionQueryFails, 2);
     Host host(behaviour);
     host.memory.bytes.assign(512, 0x77);
     EXPECT_EQ(host.query_version(), -EIO);
@@ -96,8 +95,7 @@ TEST(Coprocessor, LoadFaults) {
                          {Fault::kLoadFails, -EIO, -EIO, -EIO}};
     for (const Row& row : table) {
         Behaviour behaviour;
-        behaviour.faults = {row.fault};
-        EXPECT_EQ(find_fault(fault_name(row.fault)), row.fault);
+        behaviour.faults = {{row.fault}};
         Host host(behaviour);
         host.spi(true);
         EXPECT_EQ(host.boot_command(3), row.flash);
@@ -107,7 +105,7 @@ TEST(Coprocessor, LoadFaults) {
         host.download();
         host.boot_command(5, kFlashMode);
         host.boot_command(4);
-        EXPECT_EQ(host.boot_command(3), row.flash_after_update) << fault_name(row.fault);
+        EXPECT_EQ(host.boot_command(3), row.flash_after_update) << static_cast<int>(row.fault);
     }
 }
 

@@ -256,7 +256,7 @@ TEST(DfuClient, WorksAtTheFlashRate) {
 
 TEST(DfuClient, EraseFaultIsAnsweredWithFailureAndTheDownloadStillWorks) {
     Behaviour behaviour;
-    behaviour.faults = {Fault::kEraseFails};
+    behaviour.faults = {{Fault::kEraseFails}};
     Host host(behaviour);
     host.boot_in_host_mode();
     host.send(message(13, words({0, 1048576, 65536})));

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/faults.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+
+namespace sim {
+
+namespace {
+
+constexpr FaultValue kErrorNumber = {"errno", 1, 133};
+
+constexpr FaultValue kResponseCode = {"response code", 1, UINT32_MAX};
+
+constexpr FaultRow kTable[] = {
+    {Fault::kLoadFails, "load-fails", "a load fails, whatever the boot mode", "load", &kErrorNumber,
+     EIO},
+    {Fault::kFlashLoadFails, "flash-load-fails", "a load in FLASH mode fails", "load in FLASH mode",
+     &kErrorNumber, EIO},
+    {Fault::kFlashFirmwareDamaged, "flash-firmware-damaged",
+     "a load in FLASH mode fails until a download has finished",
+     "load in FLASH mode before a download has finished", &kErrorNumber, EIO},
+    {Fault::kVersionQueryFails, "version-query-fails", "a version query fails", "version query",
+     &kErrorNumber, EIO},
+    {Fault::kEraseFails, "erase-fails", "an erase is answered with a failure, nothing is erased",
+     "erase request", &kResponseCode, 1},
+};
+
+const FaultRow& row_of(Fault fault) {
+    return *std::find_if(std::begin(kTable), std::end(kTable),
+                         [fault](const FaultRow& row) { return row.fault == fault; });
+}
+
+const FaultRow& row_of(std::string_view name) {
+    for (const FaultRow& row : kTable) {
+        if (row.name == name) return row;
+    }
+    throw FaultError("no fault " + std::string(name) + "; --list-faults shows them");
+}
+
+// The part of `text` behind the first `mark`, which is cut off with it; none without one.
+std::optional<std::string_view> cut(std::string_view& text, char mark) {
+    const size_t at = text.find(mark);
+    if (at == text.npos) return {};
+    const std::string_view behind = text.substr(at + 1);
+    text = text.substr(0, at);
+    return behind;
+}
+
+uint32_t number(const FaultRow& row, const char* what, std::string_view text, uint32_t lowest,
+                uint32_t highest, bool may_be_never) {
+    uint32_t result = 0;
+    const auto end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, result);
+    if (error == std::errc() && stop == end && result >= lowest && result <= highest) return result;
+    throw FaultError(std::string(row.name) + ": " + what + " must be a number from " +
+                     std::to_string(lowest) + " to " + std::to_string(highest) +
+                     (may_be_never ? " or never" : "") + ", not \"" + std::string(text) + "\"");
+}
+
+}  // namespace
+
+std::span<const FaultRow> all_faults() {
+    return kTable;
+}
+
+FaultRequest parse_fault(const std::string& text) {
+    std::string_view name = text;
+    const auto value = cut(name, ':');
+    const auto occasion = cut(name, '@');
+    const FaultRow& row = row_of(name);
+    FaultRequest request = {row.fault};
+    if (occasion) request.occasion = number(row, "the occasion", *occasion, 1, UINT32_MAX, false);
+    if (!value) return request;
+    const FaultValue& kind = *row.value;
+    if (kind.may_be_never && *value == "never") {
+        request.value = kNever;
+    } else {
+        request.value =
+            number(row, kind.meaning, *value, kind.lowest, kind.highest, kind.may_be_never);
+    }
+    return request;
+}
+
+std::vector<FaultRequest> first_occasions(Fault fault, uint32_t count) {
+    std::vector<FaultRequest> requests;
+    for (uint32_t occasion = 1; occasion <= count; ++occasion) {
+        requests.push_back({fault, occasion});
+    }
+    return requests;
+}
+
+std::optional<uint32_t> Faults::strikes(Fault fault) {
+    const uint32_t occasion = ++occasions_[fault];
+    for (const FaultRequest& request : requests_) {
+        if (request.fault != fault || request.occasion.value_or(occasion) != occasion) continue;
+        return request.value.value_or(row_of(fault).usual_value);
+    }
+    return {};
+}
+
+}  // namespace sim

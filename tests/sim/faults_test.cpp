@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/faults.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <set>
+
+namespace sim::test {
+namespace {
+
+using testing::ElementsAre;
+
+std::vector<uint32_t> values(Faults& faults, Fault fault, int occasions) {
+    std::vector<uint32_t> result;
+    for (int i = 0; i < occasions; ++i) result.push_back(faults.strikes(fault).value_or(0));
+    return result;
+}
+
+TEST(Faults, StrikeOnEveryOccasionOrOnTheOneAskedFor) {
+    Faults faults({parse_fault("erase-fails@2:7"), parse_fault("erase-fails@4"),
+                   parse_fault("load-fails:22")});
+    EXPECT_THAT(values(faults, Fault::kEraseFails, 5), ElementsAre(0, 7, 0, 1, 0));
+    EXPECT_THAT(values(faults, Fault::kLoadFails, 2), ElementsAre(22, 22));
+    EXPECT_THAT(values(faults, Fault::kFlashLoadFails, 2), ElementsAre(0, 0));
+}
+
+TEST(Faults, FirstRequestThatFitsTheOccasionCounts) {
+    Faults faults({parse_fault("erase-fails@1:7"), parse_fault("erase-fails:8")});
+    EXPECT_THAT(values(faults, Fault::kEraseFails, 3), ElementsAre(7, 8, 8));
+    Faults first(first_occasions(Fault::kVersionQueryFails, 2));
+    EXPECT_THAT(values(first, Fault::kVersionQueryFails, 3), ElementsAre(5, 5, 0));
+}
+
+TEST(Faults, TextThatAsksForNoneIsNamed) {
+    const std::pair<const char*, const char*> table[] = {
+        {"", "no fault ; --list-faults shows them"},
+        {"erase", "no fault erase; --list-faults shows them"},
+        {"erase-fails@",
+         "erase-fails: the occasion must be a number from 1 to 4294967295, "
+         "not \"\""},
+        {"erase-fails@0",
+         "erase-fails: the occasion must be a number from 1 to 4294967295, "
+         "not \"0\""},
+        {"erase-fails@4294967296:1",
+         "erase-fails: the occasion must be a number from 1 to "
+         "4294967295, not \"4294967296\""},
+        {"erase-fails@-1",
+         "erase-fails: the occasion must be a number from 1 to 4294967295, "
+         "not \"-1\""},
+        {"erase-fails:",
+         "erase-fails: response code must be a number from 1 to 4294967295, "
+         "not \"\""},
+        {"erase-fails:0",
+         "erase-fails: response code must be a number from 1 to 4294967295, "
+         "not \"0\""},
+        {"erase-fails:never",
+         "erase-fails: response code must be a number from 1 to "
+         "4294967295, not \"never\""},
+        {"load-fails:134", "load-fails: errno must be a number from 1 to 133, not \"134\""},
+        {"load-fails:5x", "load-fails: errno must be a number from 1 to 133, not \"5x\""}};
+    for (const auto& [text, why] : table) {
+        try {
+            parse_fault(text);
+            ADD_FAILURE() << text;
+        } catch (const FaultError& error) {
+            EXPECT_STREQ(error.what(), why);
+        }
+    }
+}
+
+// A value that is left out is one that could be given.
+TEST(Faults, EachRowOfTheTableCanBeAskedFor) {
+    std::set<Fault> faults;
+    for (const FaultRow& row : all_faults()) {
+        EXPECT_TRUE(faults.insert(row.fault).second) << row.name;
+        const std::string usual =
+            row.usual_value == kNever ? "never" : std::to_string(row.usual_value);
+        EXPECT_EQ(parse_fault(row.name + std::string("@3:") + usual).value, row.usual_value);
+    }
+}
+
+}  // namespace
+}  // namespace sim::test
