@@ -22,15 +22,21 @@ namespace os {
 void initialize();
 
 // Absolute paths are looked up below the root prefix, where one is set (platform/linux/root.h).
-int open(const char* path, int flags);
+// `mode` counts where `flags` make a new file.
+int open(const char* path, int flags, mode_t mode = 0);
 int close(int fd);
 ssize_t read(int fd, void* buffer, size_t size);
 ssize_t pread(int fd, void* buffer, size_t size, off_t offset);
 ssize_t write(int fd, const void* buffer, size_t size);
+ssize_t pwrite(int fd, const void* buffer, size_t size, off_t offset);
+int fsync(int fd);
+int fdatasync(int fd);
 int fstat(int fd, struct stat* status);
 int poll(struct pollfd* entries, nfds_t count, int timeout_ms);
 int ioctl(int fd, unsigned long request, void* argument);
 int pipe(int ends[2]);
+int rename(const char* from, const char* to);
+int unlink(const char* path);
 
 DIR* opendir(const char* path);
 dirent* readdir(DIR* directory);

@@ -6,6 +6,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cstdio>
+
 #include "platform/linux/root.h"
 #include "platform/low_memory.h"
 
@@ -15,8 +17,8 @@ void initialize() {
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
 }
 
-int open(const char* path, int flags) {
-    return ::open(under_root(path).c_str(), flags);
+int open(const char* path, int flags, mode_t mode) {
+    return ::open(under_root(path).c_str(), flags, mode);
 }
 int close(int fd) {
     return ::close(fd);
@@ -30,6 +32,15 @@ ssize_t pread(int fd, void* buffer, size_t size, off_t offset) {
 ssize_t write(int fd, const void* buffer, size_t size) {
     return ::write(fd, buffer, size);
 }
+ssize_t pwrite(int fd, const void* buffer, size_t size, off_t offset) {
+    return ::pwrite(fd, buffer, size, offset);
+}
+int fsync(int fd) {
+    return ::fsync(fd);
+}
+int fdatasync(int fd) {
+    return ::fdatasync(fd);
+}
 int fstat(int fd, struct stat* status) {
     return ::fstat(fd, status);
 }
@@ -41,6 +52,12 @@ int ioctl(int fd, unsigned long request, void* argument) {
 }
 int pipe(int ends[2]) {
     return ::pipe2(ends, O_CLOEXEC);
+}
+int rename(const char* from, const char* to) {
+    return ::rename(under_root(from).c_str(), under_root(to).c_str());
+}
+int unlink(const char* path) {
+    return ::unlink(under_root(path).c_str());
 }
 
 DIR* opendir(const char* path) {

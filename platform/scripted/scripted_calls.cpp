@@ -30,8 +30,8 @@ constexpr time_t kStartOfTime = 1'700'000'000;
 namespace os {
 
 void initialize() {}
-int open(const char* path, int flags) {
-    return platform().open(path, flags);
+int open(const char* path, int flags, mode_t mode) {
+    return platform().open(path, flags, mode);
 }
 int close(int fd) {
     return platform().close(fd);
@@ -44,6 +44,15 @@ ssize_t pread(int fd, void* buffer, size_t size, off_t offset) {
 }
 ssize_t write(int fd, const void* buffer, size_t size) {
     return platform().write(fd, buffer, size);
+}
+ssize_t pwrite(int fd, const void* buffer, size_t size, off_t offset) {
+    return platform().pwrite(fd, buffer, size, offset);
+}
+int fsync(int fd) {
+    return platform().sync("fsync", fd);
+}
+int fdatasync(int fd) {
+    return platform().sync("fdatasync", fd);
 }
 int fstat(int fd, struct stat* status) {
     int64_t size = 0;
@@ -64,6 +73,12 @@ int ioctl(int fd, unsigned long request, void* argument) {
 }
 int pipe(int ends[2]) {
     return platform().pipe(ends);
+}
+int rename(const char* from, const char* to) {
+    return platform().rename(from, to);
+}
+int unlink(const char* path) {
+    return platform().unlink(path);
 }
 
 DIR* opendir(const char* path) {

@@ -12,36 +12,27 @@
 #include "platform/scripted/scripted_platform.h"
 
 namespace scripted {
-namespace {
-
-std::string error_text(int error) {
-    return error == 0 ? "" : " " + std::to_string(error);
-}
-
-}  // namespace
-
-int Platform::open(const char* path, int flags) {
+int Platform::open(const char* path, int flags, unsigned int mode) {
     const std::lock_guard lock(mutex_);
-    const auto found = nodes_.find(path);
-    int error = found == nodes_.end() ? ENOENT : 0;
-    if (found != nodes_.end() && !found->second.open_errors.empty()) {
-        error = found->second.open_errors.front();
-        found->second.open_errors.pop_front();
+    if (const int error = open_error(path, flags); error != 0) {
+        return finish_call(std::string("open ") + path, error);
     }
-    if (error != 0) {
-        note(std::string("open ") + path + " = -1" + error_text(error));
-        errno = error;
-        return -1;
+    Node& node = nodes_[path];
+    if (node.file == nullptr) {
+        made(path).mode = S_IFREG | mode;
     }
     int fd = std::exchange(next_descriptor_, -1);
     for (int candidate = 3; fd < 0; ++candidate) {
         fd = descriptors_.count(candidate) == 0 ? candidate : -1;
     }
-    if (S_ISFIFO(found->second.mode) && (flags & O_NONBLOCK) == 0) {
+    if (S_ISFIFO(node.file->mode) && (flags & O_NONBLOCK) == 0) {
         throw std::logic_error(std::string("open waits for a writer of ") + path);
     }
-    found->second.hung_up = false;
-    descriptors_[fd] = {path, flags};
+    if (S_ISREG(node.file->mode) && (flags & O_TRUNC) != 0) {
+        node.file->contents.clear();
+    }
+    node.hung_up = false;
+    descriptors_[fd] = {path, flags, node.file};
     note(std::string("open ") + path + " = " + std::to_string(fd));
     return fd;
 }
@@ -81,6 +72,14 @@ ssize_t Platform::take_read(Node& node, void* buffer, size_t size) {
 }
 
 ssize_t Platform::read(int fd, void* buffer, size_t size) {
+    return read_at(fd, buffer, size, std::nullopt);
+}
+
+ssize_t Platform::pread(int fd, void* buffer, size_t size, int64_t offset) {
+    return read_at(fd, buffer, size, offset);
+}
+
+ssize_t Platform::read_at(int fd, void* buffer, size_t size, std::optional<int64_t> offset) {
     std::unique_lock lock(mutex_);
     const auto found = descriptors_.find(fd);
     if (found == descriptors_.end() || (found->second.flags & O_ACCMODE) == O_WRONLY) {
@@ -98,27 +97,25 @@ ssize_t Platform::read(int fd, void* buffer, size_t size) {
         return take_read(node, buffer, size);
     }
     size_t& position = found->second.position;
-    const size_t left = node.contents.size() - std::min(position, node.contents.size());
-    const size_t count = node.is_device ? 0 : std::min(size, left);
+    const size_t start = offset ? static_cast<size_t>(*offset) : position;
+    const Bytes& contents = found->second.file->contents;
+    const size_t count = std::min(size, contents.size() - std::min(start, contents.size()));
     if (count > 0) {
-        std::memcpy(buffer, node.contents.data() + position, count);
+        std::memcpy(buffer, contents.data() + start, count);
     }
-    position += count;
+    position += offset ? 0 : count;
     return static_cast<ssize_t>(count);
 }
 
-ssize_t Platform::pread(int fd, void* buffer, size_t size, int64_t offset) {
-    {
-        const std::lock_guard lock(mutex_);
-        const auto found = descriptors_.find(fd);
-        if (found != descriptors_.end()) {
-            found->second.position = static_cast<size_t>(offset);
-        }
-    }
-    return read(fd, buffer, size);
+ssize_t Platform::write(int fd, const void* buffer, size_t size) {
+    return write_at(fd, buffer, size, std::nullopt);
 }
 
-ssize_t Platform::write(int fd, const void* buffer, size_t size) {
+ssize_t Platform::pwrite(int fd, const void* buffer, size_t size, int64_t offset) {
+    return write_at(fd, buffer, size, offset);
+}
+
+ssize_t Platform::write_at(int fd, const void* buffer, size_t size, std::optional<int64_t> offset) {
     std::function<void(const Bytes&)> handler;
     Bytes packet;
     {
@@ -136,13 +133,16 @@ ssize_t Platform::write(int fd, const void* buffer, size_t size) {
         }
         now_ns_ += step.takes_ns;
         const auto* begin = static_cast<const uint8_t*>(buffer);
+        const std::string call = (offset ? "pwrite " : "write ") + found->second.path;
         if (step.error != 0) {
-            note("write " + found->second.path + " = -1" + error_text(step.error));
-            errno = step.error;
-            return -1;
+            return finish_call(call, step.error);
         }
         packet.assign(begin, begin + std::min(size, step.accepted));
-        note("write " + found->second.path + " " + std::to_string(packet.size()));
+        note(call + " " + std::to_string(packet.size()) +
+             (offset ? " at " + std::to_string(*offset) : ""));
+        if (!node.is_device) {
+            store(found->second, packet, offset);
+        }
         // The two ends of a pipe share one node.
         if (found->second.path.starts_with("pipe:")) {
             node.reads.push_back({packet});
@@ -164,9 +164,8 @@ int Platform::file_size_and_mode(int fd, int64_t* size, unsigned int* mode) {
         errno = EBADF;
         return -1;
     }
-    const Node& node = nodes_[found->second.path];
-    *size = static_cast<int64_t>(node.contents.size());
-    *mode = node.mode;
+    *size = static_cast<int64_t>(found->second.file->contents.size());
+    *mode = found->second.file->mode;
     return 0;
 }
 
@@ -257,12 +256,13 @@ int Platform::pipe(int ends[2]) {
         return -1;
     }
     const std::string path = "pipe:" + std::to_string(++pipes_);
+    made(path);
     nodes_[path].is_device = true;
     int fd = 100;
     for (int end = 0; end < 2; ++end) {
         for (; descriptors_.count(fd) != 0; ++fd) {
         }
-        descriptors_[fd] = {path, end == 0 ? O_RDONLY : O_WRONLY};
+        descriptors_[fd] = {path, end == 0 ? O_RDONLY : O_WRONLY, nodes_[path].file};
         ends[end] = fd;
     }
     return 0;

@@ -2,6 +2,7 @@
 #include "platform/scripted/scripted_platform.h"
 
 #include <android/log.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <memory>
@@ -55,11 +56,12 @@ Step failure(int error) {
 
 void Platform::file(const std::string& path, const std::string& contents) {
     const std::lock_guard lock(mutex_);
-    nodes_[path].contents = bytes_of(contents);
+    made(path).contents = bytes_of(contents);
 }
 
 void Platform::device(const std::string& path) {
     const std::lock_guard lock(mutex_);
+    made(path);
     nodes_[path].is_device = true;
 }
 
@@ -71,12 +73,13 @@ void Platform::remove(const std::string& path) {
 void Platform::directory(const std::string& path,
                          std::vector<std::pair<std::string, uint8_t>> entries) {
     const std::lock_guard lock(mutex_);
+    made(path).mode = S_IFDIR | 0755;
     directories_[path] = std::move(entries);
 }
 
 void Platform::file_mode(const std::string& path, unsigned int mode) {
     const std::lock_guard lock(mutex_);
-    nodes_[path].mode = mode;
+    made(path).mode = mode;
 }
 
 void Platform::fail_opens(const std::string& path, const std::vector<int>& errors) {
@@ -99,6 +102,11 @@ void Platform::script_read(const std::string& path, Step step) {
 void Platform::script_write(const std::string& path, Step step) {
     const std::lock_guard lock(mutex_);
     nodes_[path].writes.push_back(std::move(step));
+}
+
+void Platform::fail_call(const std::string& call, int error) {
+    const std::lock_guard lock(mutex_);
+    call_errors_[call].push_back(error);
 }
 
 void Platform::script_poll_events(const std::string& path, short events) {
@@ -179,6 +187,22 @@ std::string Platform::property(const std::string& name) {
 std::vector<Bytes> Platform::written(const std::string& path) {
     const std::lock_guard lock(mutex_);
     return nodes_[path].written;
+}
+
+std::optional<Bytes> Platform::contents(const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    return exists(path) ? std::optional(nodes_[path].file->contents) : std::nullopt;
+}
+
+std::vector<std::string> Platform::files_below(const std::string& directory) {
+    const std::lock_guard lock(mutex_);
+    std::vector<std::string> paths;
+    for (const auto& [path, node] : nodes_) {
+        if (path.starts_with(directory) && node.file != nullptr && S_ISREG(node.file->mode)) {
+            paths.push_back(path);
+        }
+    }
+    return paths;
 }
 
 std::vector<std::string> Platform::transcript(const std::vector<std::string>& prefixes) {

@@ -9,6 +9,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -50,12 +51,13 @@ struct Stopped {};
 
 class Platform {
   public:
-    // Contents of the file at `path`, readable from any position; writes to it are recorded only.
+    // Contents of the file at `path`. A new file can be made, and another renamed, only where
+    // there is a directory for it.
     void file(const std::string& path, const std::string& contents);
     // An openable device whose reads, writes and polls are scripted.
     void device(const std::string& path);
     void remove(const std::string& path);
-    // Entries of a directory: name and type (DT_DIR, DT_LNK, DT_REG).
+    // A directory, and what listing it shows: name and type (DT_DIR, DT_LNK, DT_REG).
     void directory(const std::string& path, std::vector<std::pair<std::string, uint8_t>> entries);
     // The kind of file that fstat reports (S_IFREG unless set). Opening a FIFO without O_NONBLOCK,
     // which would wait for a writer for ever, ends the test.
@@ -67,6 +69,9 @@ class Platform {
     void next_descriptor(int fd);
     void script_read(const std::string& path, Step step);
     void script_write(const std::string& path, Step step);
+    // The next call that the transcript would show as `call` fails with `error`: "fsync PATH",
+    // "fdatasync PATH", "rename FROM TO", "unlink PATH".
+    void fail_call(const std::string& call, int error);
     // The next poll of a set with this device reports exactly these events for it, once.
     // To be scripted before the data that it announces: a reader may take the data meanwhile.
     void script_poll_events(const std::string& path, short events);
@@ -101,9 +106,16 @@ class Platform {
     void end_uevents();
 
     std::string property(const std::string& name);
+    // What each write brought to the device or file.
     std::vector<Bytes> written(const std::string& path);
+    // What the file at `path` holds; nothing where there is none.
+    std::optional<Bytes> contents(const std::string& path);
+    // The paths of all regular files below a directory, in alphabetical order.
+    std::vector<std::string> files_below(const std::string& directory);
     // Lines of the transcript that begin with one of the prefixes: "open ", "close ", "ioctl ",
-    // "write ", "sleep ", "usleep ", "set ", and log lines as "E ", "I ", "D ", "V ", "F ".
+    // "write PATH SIZE", "pwrite PATH SIZE at OFFSET", the calls named at fail_call, "sleep ",
+    // "usleep ", "set ", and log lines as "E ", "I ", "D ", "V ", "F ". Of a call that failed the
+    // line ends in " = -1 ERRNO".
     std::vector<std::string> transcript(const std::vector<std::string>& prefixes);
     std::vector<std::string> log();
     size_t count(const std::string& line);  // lines that contain this text
@@ -113,11 +125,15 @@ class Platform {
     int poll_passes();
 
     // The calls themselves, for the functions of platform/os.h.
-    int open(const char* path, int flags);
+    int open(const char* path, int flags, unsigned int mode = 0);
     int close(int fd);
     ssize_t read(int fd, void* buffer, size_t size);
     ssize_t pread(int fd, void* buffer, size_t size, int64_t offset);
     ssize_t write(int fd, const void* buffer, size_t size);
+    ssize_t pwrite(int fd, const void* buffer, size_t size, int64_t offset);
+    int sync(const std::string& call, int fd);
+    int rename(const std::string& from, const std::string& to);
+    int unlink(const std::string& path);
     int file_size_and_mode(int fd, int64_t* size, unsigned int* mode);
     int poll(struct pollfd* entries, size_t count, int timeout_ms);
     int ioctl(int fd, unsigned long request, void* argument);
@@ -131,10 +147,15 @@ class Platform {
     void note_log(int priority, const char* tag, const char* text);
 
   private:
-    struct Node {
-        bool is_device = false;
+    // What a path may lead to; without a name it lives on for as long as somebody has it open.
+    struct File {
         Bytes contents;
         unsigned int mode = 0100644;
+    };
+    // A path: what is there, and what is scripted for it.
+    struct Node {
+        std::shared_ptr<File> file;  // null: nothing is there
+        bool is_device = false;
         std::deque<int> open_errors;
         std::deque<Step> reads;
         std::deque<Step> writes;
@@ -146,19 +167,32 @@ class Platform {
     struct Descriptor {
         std::string path;
         int flags = 0;
+        std::shared_ptr<File> file;
         size_t position = 0;
     };
+
+    // Files (scripted_files.cpp); with the mutex held.
+    File& made(const std::string& path);
+    bool exists(const std::string& path) const;
+    bool has_directory(const std::string& path) const;
+    int open_error(const std::string& path, int flags);
+    int finish_call(const std::string& call, int error);
+    void store(Descriptor& descriptor, const Bytes& bytes, std::optional<int64_t> offset);
 
     void note(const std::string& line);
     short events_of(int fd, short wanted);
     bool anything_pending();
     ssize_t take_read(Node& node, void* buffer, size_t size);
+    // Without an offset from or to the descriptor's position, which then moves on.
+    ssize_t read_at(int fd, void* buffer, size_t size, std::optional<int64_t> offset);
+    ssize_t write_at(int fd, const void* buffer, size_t size, std::optional<int64_t> offset);
 
     std::mutex mutex_;
     std::condition_variable changed_;
     std::map<std::string, Node> nodes_;
     std::map<std::string, std::vector<std::pair<std::string, uint8_t>>> directories_;
     std::map<int, Descriptor> descriptors_;
+    std::map<std::string, std::deque<int>> call_errors_;
     std::map<std::string, std::string> properties_;
     std::vector<std::string> transcript_;
     std::set<std::string> tags_;

@@ -37,10 +37,7 @@ void Platform::end_uevents() {
 }
 
 int Platform::open_uevent_socket() {
-    {
-        const std::lock_guard lock(mutex_);
-        nodes_[kUeventSocket].is_device = true;
-    }
+    device(kUeventSocket);
     return open(kUeventSocket, O_RDONLY);
 }
 

@@ -17,6 +17,7 @@
 
 #include "platform/linux/root.h"
 #include "platform/os.h"
+#include "tests/platform/empty_directory.h"
 
 namespace {
 
@@ -37,6 +38,16 @@ class Root : public testing::Environment {
 };
 
 const auto* const kRoot = testing::AddGlobalTestEnvironment(new Root);
+
+}  // namespace
+
+std::string empty_directory() {
+    fs::remove_all(Root::path / "data/files");
+    fs::create_directories(Root::path / "data/files");
+    return "/data/files";
+}
+
+namespace {
 
 std::string contents(const fs::path& path) {
     std::ifstream file(path);
