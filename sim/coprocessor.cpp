@@ -59,11 +59,11 @@ const char* phase_name(Phase phase) {
 }
 
 Coprocessor::Coprocessor(Behaviour behaviour, FirmwareBundle firmware, Observer& observer)
-    : behaviour_(std::move(behaviour)),
-      faults_(behaviour_.faults),
+    : reporter_(std::make_unique<Reporter>(observer)),
+      behaviour_(std::move(behaviour)),
+      faults_(behaviour_.faults, *reporter_),
       firmware_(std::move(firmware)),
       running_mode_(behaviour_.boot_mode),
-      reporter_(std::make_unique<Reporter>(observer)),
       dfu_(std::make_unique<DfuClient>(behaviour_, faults_, firmware_, *reporter_, status_)),
       channels_{dfu_.get()} {
     status_.boot_mode = behaviour_.boot_mode;
@@ -74,11 +74,12 @@ Coprocessor::~Coprocessor() = default;
 
 void Coprocessor::set_time(Time now) {
     reporter_->set_time(now);
+    if (power_up_at_ && *power_up_at_ <= reporter_->now()) power_up();
     for (PacketChannel* channel : channels_) channel->clock_moved();
 }
 
 std::optional<Time> Coprocessor::next_deadline() const {
-    std::optional<Time> next;
+    std::optional<Time> next = power_up_at_;
     for (const PacketChannel* channel : channels_) {
         const auto deadline = channel->next_deadline();
         if (deadline && (!next || *deadline < *next)) next = deadline;
@@ -212,6 +213,23 @@ void Coprocessor::hang_up() {
     for (PacketChannel* channel : channels_) channel->hang_up();
 }
 
+void Coprocessor::restart_announced(std::optional<Time> length) {
+    unload();
+    power_up_at_.reset();
+    if (length) power_up_at_ = reporter_->now() + *length;
+    emit_new_state();
+    reporter_->emit(EventKind::kUevent, {{"marlo_event", kPoweredDown}});
+}
+
+void Coprocessor::power_up() {
+    power_up_at_.reset();
+    if (status_.running) return;  // the daemon has loaded it meanwhile
+    status_.running = true;
+    running_mode_ = status_.boot_mode;
+    emit_new_state();
+    reporter_->emit(EventKind::kUevent, {{"marlo_event", kPoweredUp}});
+}
+
 int Coprocessor::unload() {
     hang_up();
     status_.running = false;
@@ -273,6 +291,12 @@ int Coprocessor::receive(Channel channel, std::span<const uint8_t> packet) {
     if (!status_.wakelock_held) {
         reporter_->fail("packet of " + std::to_string(packet.size()) +
                         " bytes written without the wakelock");
+    }
+    if (const auto length = faults_.strikes(Fault::kRestart)) {
+        restart_announced(*length == kNever
+                              ? std::nullopt
+                              : std::optional<Time>(std::chrono::milliseconds(*length)));
+        return static_cast<int>(packet.size());
     }
     // Misc data and memory partitions are asked for by what has no flash to boot from, whatever
     // boot mode was set.

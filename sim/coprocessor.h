@@ -74,6 +74,11 @@ class Coprocessor {
     // When set_time must be called next if nothing else happens; none: nothing is under way.
     std::optional<Time> next_deadline() const;
 
+    // A restart that the kernel announces: powered down at once, and powered up again after
+    // `length`, in the boot mode set last by then; without a length not at all. Events tell of
+    // both.
+    void restart_announced(std::optional<Time> length);
+
     // One request on the control device. `block`: the 32 bytes of the request, or empty for the
     // read-only requests, which the kernel hands no input. Result >= 0 (the boot mode for "get boot
     // mode", else 0) or -errno. The block is never changed: replies go to the memory it points to.
@@ -114,16 +119,18 @@ class Coprocessor {
     std::optional<uint32_t> load_error();
     PacketChannel* find(Channel channel) const;
     void hang_up();
+    void power_up();
     void write_wake_file(const char* file, std::string_view name, bool hold);
     void emit_new_state();
 
+    std::unique_ptr<Reporter> reporter_;
     Behaviour behaviour_;
     Faults faults_;
     FirmwareBundle firmware_;
     Status status_;
+    std::optional<Time> power_up_at_;
     nlohmann::json emitted_state_;  // what the last event about the state said
     int running_mode_;              // the mode it was loaded in, while it runs
-    std::unique_ptr<Reporter> reporter_;
     std::unique_ptr<DfuClient> dfu_;
     std::vector<PacketChannel*> channels_;  // all of them
 };

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/dfu_client.h"
 
+#include <cerrno>
 #include <utility>
 
 namespace sim {
@@ -9,6 +10,12 @@ using dfu::hex;
 using dfu::kHeaderSize;
 using dfu::message_name;
 using dfu::word_at;
+
+namespace {
+
+constexpr Time kForEver = Time::max();
+
+}  // namespace
 
 DfuClient::DfuClient(const Behaviour& behaviour, Faults& faults, const FirmwareBundle& firmware,
                      Reporter& reporter, Status& status)
@@ -25,17 +32,36 @@ DfuClient::DfuClient(const Behaviour& behaviour, Faults& faults, const FirmwareB
     }
 }
 
+int DfuClient::opening_error() {
+    if (back_at_ && reporter_.now() < *back_at_) return -ENODEV;
+    back_at_.reset();
+    const auto error = faults_.strikes(Fault::kDfuChannelMissing);
+    return error ? -static_cast<int>(*error) : 0;
+}
+
 // A host that opens the channel begins from the start or asks for the state.
 void DfuClient::on_open() {
     next_erase_ = 0;
 }
 
 void DfuClient::on_hang_up() {
+    if (status_.phase == Phase::kIdle || status_.phase == Phase::kErase) erases_lost_ = true;
     finish_work();
+}
+
+// True: the fault strikes, and the channel hangs up.
+bool DfuClient::hangs_up(Fault fault) {
+    const auto milliseconds = faults_.strikes(fault);
+    if (!milliseconds) return false;
+    back_at_ = *milliseconds == kNever ? kForEver
+                                       : reporter_.now() + std::chrono::milliseconds(*milliseconds);
+    hang_up();
+    return true;
 }
 
 void DfuClient::receive(std::span<const uint8_t> packet) {
     emit_received(dfu::describe(packet));
+    if (hangs_up(Fault::kHangUpAtPacket)) return;
     const std::string error = dfu::header_error(packet);
     if (!error.empty()) {
         reporter_.fail(error);

@@ -51,10 +51,14 @@ class DfuClient : public PacketChannel {
         std::function<void()> done;
     };
 
+    int opening_error() override;
     void on_open() override;
     void on_hang_up() override;
     void send_message(std::initializer_list<uint32_t> payload, uint32_t id);
     void ask(const Request& request);
+    bool hangs_up(Fault fault);
+    void cancel();
+    dfu::State state() const;
     void work(uint64_t bytes, bool erasing, std::function<void()> done);
     void finish_work();
 
@@ -70,6 +74,8 @@ class DfuClient : public PacketChannel {
     void session_end_response(std::span<const uint8_t> packet);
 
     void begin_image();
+    void ask_for_image();
+    uint32_t image_size(uint32_t id) const;
     void erase_own_ranges(const Image& image);
     void next_fragment();
     void write_fragment(std::span<const uint8_t> data);
@@ -84,11 +90,15 @@ class DfuClient : public PacketChannel {
     Status& status_;
 
     std::optional<Work> work_;
+    std::optional<Time> back_at_;  // the channel cannot be opened before; kForEver: not at all
 
     size_t next_erase_ = 0;              // index of the range that the host must have erased next
     std::vector<bool> range_requested_;  // per range: the host has asked for it in this download
     std::vector<bool> range_refused_;    // per range: but in vain
     bool init_reported_ = false;         // the host may start the update
+    bool cancelled_ = false;             // by the co-processor; until the host begins anew
+    bool erases_lost_ = false;  // the channel hung up before all was erased: a host that goes on
+                                // from the state cannot know of the rest
     Request outstanding_{0};
     size_t image_index_ = 0;
     bool finished_once_ = false;

@@ -55,6 +55,8 @@ bool DfuClient::erase_is_expected(uint32_t start, uint32_t size) {
 void DfuClient::begin_anew() {
     std::fill(range_requested_.begin(), range_requested_.end(), false);
     std::fill(range_refused_.begin(), range_refused_.end(), false);
+    erases_lost_ = false;
+    cancelled_ = false;
     outstanding_ = {0};
     status_.erase_done = 0;
     status_.phase = Phase::kErase;
@@ -80,13 +82,23 @@ void DfuClient::erase(uint32_t start, uint32_t size) {
     });
 }
 
+dfu::State DfuClient::state() const {
+    if (cancelled_) return dfu::kCancelled;
+    if (outstanding_.id == dfu::kInfoRequest) return dfu::kInfo;
+    if (outstanding_.id == dfu::kOffsetRequest) return dfu::kOffset;
+    if (outstanding_.id == dfu::kSessionEndRequest) return dfu::kSessionEnd;
+    return dfu::kInit;
+}
+
 void DfuClient::answer_state() {
-    uint32_t state = dfu::kInit;
-    if (outstanding_.id == dfu::kInfoRequest) state = dfu::kInfo;
-    if (outstanding_.id == dfu::kOffsetRequest) state = dfu::kOffset;
-    if (outstanding_.id == dfu::kSessionEndRequest) state = dfu::kSessionEnd;
-    init_reported_ = state == dfu::kInit;
-    send_message({dfu::kStateOperation, kSuccess, 0, state, outstanding_.image, outstanding_.offset,
+    if (const auto code = faults_.strikes(Fault::kStateQueryFails)) {
+        reporter_.emit(EventKind::kPhase, {{"phase", "state"}, {"state", "refused"}});
+        return send_message({dfu::kStateOperation, *code, 0, 0, 0, 0, 0}, dfu::kSpecialResponse);
+    }
+    const dfu::State now = state();
+    init_reported_ = now == dfu::kInit;
+    reporter_.emit(EventKind::kPhase, {{"phase", "state"}, {"state", dfu::state_name(now)}});
+    send_message({dfu::kStateOperation, kSuccess, 0, now, outstanding_.image, outstanding_.offset,
                   outstanding_.length},
                  dfu::kSpecialResponse);
 }

@@ -25,7 +25,7 @@ void DfuClient::update_request(std::span<const uint8_t> packet) {
         return;
     }
     for (size_t i = 0; i < range_requested_.size(); ++i) {
-        if (range_requested_[i]) continue;
+        if (range_requested_[i] || erases_lost_) continue;
         reporter_.fail("MG_UPDT_REQ before the erase of partition " +
                        firmware_.erase_ranges[i].name);
     }
@@ -41,12 +41,25 @@ void DfuClient::ask(const Request& request) {
     outstanding_ = request;
     switch (request.id) {
         case dfu::kInfoRequest:
-            return send_message({request.image}, request.id);
+            send_message({request.image}, request.id);
+            hangs_up(Fault::kHangUpAtInfo);
+            return;
         case dfu::kOffsetRequest:
-            return send_message({request.image, request.offset, request.length}, request.id);
+            if (faults_.strikes(Fault::kCancel)) return cancel();
+            send_message({request.image, request.offset, request.length}, request.id);
+            hangs_up(Fault::kHangUpAtFragment);
+            return;
         default:
-            return send_message({}, request.id);
+            send_message({}, request.id);
+            hangs_up(Fault::kHangUpAtSessionEnd);
     }
+}
+
+void DfuClient::cancel() {
+    outstanding_ = {0};
+    cancelled_ = true;
+    reporter_.emit(EventKind::kPhase, {{"phase", "session cancelled"}});
+    send_message({}, dfu::kCancelRequest);
 }
 
 void DfuClient::begin_image() {
@@ -54,7 +67,21 @@ void DfuClient::begin_image() {
     status_.images[image_index_].done = 0;
     reporter_.emit(EventKind::kPhase,
                    {{"phase", "image"}, {"image", image().id}, {"name", image().name}});
+    const auto unknown = faults_.strikes(Fault::kUnknownImage);
+    if (unknown) return ask({dfu::kInfoRequest, *unknown});
+    ask_for_image();
+}
+
+void DfuClient::ask_for_image() {
     ask({dfu::kInfoRequest, image().id});
+}
+
+// 0 where there is none.
+uint32_t DfuClient::image_size(uint32_t id) const {
+    for (const Image& image : firmware_.images) {
+        if (image.id == id) return static_cast<uint32_t>(image.data.size());
+    }
+    return 0;
 }
 
 // An answer needs the request that it answers, and repeats its words.
@@ -71,9 +98,13 @@ bool DfuClient::answers_request(std::span<const uint8_t> packet, uint32_t reques
 
 void DfuClient::info_response(std::span<const uint8_t> packet) {
     if (!answers_request(packet, dfu::kInfoRequest)) return;
-    const auto size = static_cast<uint32_t>(image().data.size());
-    if (!check_words(packet, kAnswerSize, {outstanding_.image, size, 0})) return;
+    const uint32_t id = outstanding_.image;
+    if (!check_words(packet, kAnswerSize, {id, image_size(id), 0})) return;
     outstanding_ = {0};
+    if (id != image().id) {
+        reporter_.emit(EventKind::kPhase, {{"phase", "unknown image"}, {"image", id}});
+        return ask_for_image();
+    }
     erase_own_ranges(image());
     next_fragment();
 }
@@ -93,7 +124,7 @@ void DfuClient::erase_own_ranges(const Image& image) {
         uint64_t next = end;
         uint64_t host_end = 0;
         for (size_t i = 0; image.in_table && i < range_requested_.size(); ++i) {
-            if (range_refused_[i]) continue;
+            if (range_refused_[i] || (erases_lost_ && !range_requested_[i])) continue;
             const EraseRange& range = firmware_.erase_ranges[i];
             const uint64_t range_end = uint64_t{range.offset} + range.size;
             if (range.offset <= at && at < range_end) host_end = std::max(host_end, range_end);

@@ -42,6 +42,22 @@ std::string message_name(uint32_t id) {
     return names[id];
 }
 
+const char* state_name(State state) {
+    switch (state) {
+        case kInit:
+            return "INIT";
+        case kInfo:
+            return "INFO_REQ";
+        case kOffset:
+            return "OFFSET_REQ";
+        case kSessionEnd:
+            return "SESSION_END_REQ";
+        case kCancelled:
+            return "CANCEL_UPDATE_REQ";
+    }
+    return "?";
+}
+
 uint32_t word_at(std::span<const uint8_t> bytes, size_t at) {
     if (at > bytes.size() || bytes.size() - at < 4) return 0;
     uint32_t word = 0;

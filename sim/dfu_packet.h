@@ -24,6 +24,7 @@ enum Id : uint32_t {
     kInfoResponse = 4,         // from the host: image, size, 0
     kOffsetRequest = 5,        // to the host: image, offset, length
     kOffsetResponse = 6,       // from the host: the same three, then the bytes
+    kCancelRequest = 7,        // to the host; not answered
     kImageEndRequest = 9,      // to the host: image; not answered
     kSessionEndRequest = 11,   // to the host
     kSessionEndResponse = 12,  // from the host: 0, 0, 0
@@ -38,7 +39,10 @@ constexpr uint32_t kEraseOperation = 0;  // arguments: start, size
 constexpr uint32_t kStateOperation = 1;  // arguments: 0, 0
 
 // What the co-processor answers to the state query.
-enum State : uint32_t { kInit = 0, kInfo = 1, kOffset = 2, kSessionEnd = 3 };
+enum State : uint32_t { kInit = 0, kInfo = 1, kOffset = 2, kSessionEnd = 3, kCancelled = 4 };
+
+// "OFFSET_REQ"
+const char* state_name(State state);
 
 // "IMG_INFO_REQ"; the number for an id without a name.
 std::string message_name(uint32_t id);

@@ -22,13 +22,23 @@ enum class EventKind {
                 // the message has them, image, offset, fragment, size, operation, code, state
     kState,     // (model) boot_mode, running, spi_busy: after one of them was set
     kPhase,     // (model) phase: "erase", "session begins", "image", "image done",
-                // "session ends"; image and name where there is one
+                // "session cancelled", "session ends"; image and name where there is one
+                // "state": a state query is answered; state: "INIT", "INFO_REQ", "OFFSET_REQ",
+                // "SESSION_END_REQ", "CANCEL_UPDATE_REQ" or "refused"
+                // "unknown image": one without bytes was asked for; image
+    kFault,     // (model) fault, occasion (its number) and, where it has one, value (a text): it
+                // strikes now
+    kUevent,    // (model) marlo_event: 1 powered down, 4 powered up
     kCheck,     // (model) failure: one failed check, in words
     kSysfs,     // (model) file, text: a write to /sys/power/wake_lock or wake_unlock
     kProperty,  // name, value: a property was written while the daemon runs
     kDaemon,    // line: one line of the daemon's log; or started; or exit: its exit status; or
                 // signal: the signal that ended it
 };
+
+// What the kernel announces of the co-processor.
+constexpr int kPoweredDown = 1;
+constexpr int kPoweredUp = 4;
 
 const char* event_kind_name(EventKind kind);
 

@@ -26,7 +26,19 @@ std::string describe_phase(const nlohmann::json& fields) {
     std::string text = "download: " + fields.value("phase", "?");
     if (fields.contains("image")) text += " " + fields["image"].dump();
     if (fields.contains("name")) text += " " + fields.value("name", "");
+    if (fields.contains("state")) text += " " + fields.value("state", "?");
     return text;
+}
+
+std::string describe_fault(const nlohmann::json& fields) {
+    std::string text = "fault: " + fields.value("fault", "?");
+    if (fields.contains("value")) text += " " + fields.value("value", "");
+    return text;
+}
+
+std::string describe_uevent(const nlohmann::json& fields) {
+    return std::string("co-processor: announces that it is powered ") +
+           (fields.value("marlo_event", 0) == kPoweredUp ? "up" : "down");
 }
 
 std::optional<std::string> describe_daemon(const nlohmann::json& fields) {
@@ -47,6 +59,10 @@ std::optional<std::string> describe(const Event& event) {
             return describe_state(fields);
         case EventKind::kPhase:
             return describe_phase(fields);
+        case EventKind::kFault:
+            return describe_fault(fields);
+        case EventKind::kUevent:
+            return describe_uevent(fields);
         case EventKind::kCheck:
             return "failed check: " + fields.value("failure", "?");
         case EventKind::kProperty:

@@ -12,6 +12,10 @@ namespace {
 constexpr FaultValue kErrorNumber = {"errno", 1, 133};
 
 constexpr FaultValue kResponseCode = {"response code", 1, UINT32_MAX};
+constexpr FaultValue kImageId = {"image id", 0, UINT32_MAX};
+constexpr uint32_t kHour = 3'600'000;
+constexpr FaultValue kUntilBack = {"ms until the channel is back", 0, kHour, true};
+constexpr FaultValue kUntilPowerUp = {"ms until it is powered up", 0, kHour, true};
 
 constexpr FaultRow kTable[] = {
     {Fault::kLoadFails, "load-fails", "a load fails, whatever the boot mode", "load", &kErrorNumber,
@@ -25,6 +29,27 @@ constexpr FaultRow kTable[] = {
      &kErrorNumber, EIO},
     {Fault::kEraseFails, "erase-fails", "an erase is answered with a failure, nothing is erased",
      "erase request", &kResponseCode, 1},
+    {Fault::kStateQueryFails, "state-query-fails", "a state query is answered with a failure",
+     "state query", &kResponseCode, 1},
+    {Fault::kDfuChannelMissing, "dfu-channel-missing", "the download channel cannot be opened",
+     "opening of the channel", &kErrorNumber, ENODEV},
+    {Fault::kHangUpAtPacket, "hang-up-at-packet",
+     "the download channel hangs up and a packet of the host is lost", "packet", &kUntilBack, 0},
+    {Fault::kHangUpAtInfo, "hang-up-at-info",
+     "the download channel hangs up with a request for an image's size unanswered", "such request",
+     &kUntilBack, 0},
+    {Fault::kHangUpAtFragment, "hang-up-at-fragment",
+     "the download channel hangs up with a request for a fragment unanswered", "such request",
+     &kUntilBack, 0},
+    {Fault::kHangUpAtSessionEnd, "hang-up-at-session-end",
+     "the download channel hangs up with the end of the session unanswered", "session end",
+     &kUntilBack, 0},
+    {Fault::kCancel, "cancel", "the co-processor cancels instead of asking for a fragment",
+     "request for a fragment", nullptr, 0},
+    {Fault::kUnknownImage, "unknown-image", "an image that there is none of is asked for first",
+     "image that begins", &kImageId, 99},
+    {Fault::kRestart, "restart", "the co-processor restarts and a packet of the host is lost",
+     "packet on any channel", &kUntilPowerUp, 100},
 };
 
 const FaultRow& row_of(Fault fault) {
@@ -73,6 +98,7 @@ FaultRequest parse_fault(const std::string& text) {
     FaultRequest request = {row.fault};
     if (occasion) request.occasion = number(row, "the occasion", *occasion, 1, UINT32_MAX, false);
     if (!value) return request;
+    if (!row.value) throw FaultError(std::string(row.name) + " takes no value");
     const FaultValue& kind = *row.value;
     if (kind.may_be_never && *value == "never") {
         request.value = kNever;
@@ -95,7 +121,12 @@ std::optional<uint32_t> Faults::strikes(Fault fault) {
     const uint32_t occasion = ++occasions_[fault];
     for (const FaultRequest& request : requests_) {
         if (request.fault != fault || request.occasion.value_or(occasion) != occasion) continue;
-        return request.value.value_or(row_of(fault).usual_value);
+        const FaultRow& row = row_of(fault);
+        const uint32_t value = request.value.value_or(row.usual_value);
+        nlohmann::json fields = {{"fault", row.name}, {"occasion", occasion}};
+        if (row.value) fields["value"] = value == kNever ? "never" : std::to_string(value);
+        reporter_.emit(EventKind::kFault, std::move(fields));
+        return value;
     }
     return {};
 }

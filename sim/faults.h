@@ -15,6 +15,8 @@
 #include <string_view>
 #include <vector>
 
+#include "sim/reporter.h"
+
 namespace sim {
 
 enum class Fault {
@@ -23,6 +25,15 @@ enum class Fault {
     kFlashFirmwareDamaged,
     kVersionQueryFails,
     kEraseFails,
+    kStateQueryFails,
+    kDfuChannelMissing,
+    kHangUpAtPacket,
+    kHangUpAtInfo,
+    kHangUpAtFragment,
+    kHangUpAtSessionEnd,
+    kCancel,
+    kUnknownImage,
+    kRestart,
 };
 
 constexpr uint32_t kNever = UINT32_MAX;  // as the value of a time: "never"
@@ -39,11 +50,11 @@ struct FaultValue {
 // its occasions one call of Faults::strikes.
 struct FaultRow {
     Fault fault;
-    const char* name;      // on the command line
-    const char* what;      // one line: what happens
-    const char* occasion;  // what is counted
-    const FaultValue* value;
-    uint32_t usual_value;  // where none is given
+    const char* name;         // on the command line
+    const char* what;         // one line: what happens
+    const char* occasion;     // what is counted
+    const FaultValue* value;  // null: it takes none
+    uint32_t usual_value;     // where none is given
 };
 
 std::span<const FaultRow> all_faults();
@@ -71,13 +82,16 @@ std::vector<FaultRequest> first_occasions(Fault fault, uint32_t count);
 class Faults {
   public:
     // A fault may be asked for several times; on an occasion the first request that fits it counts.
-    explicit Faults(std::vector<FaultRequest> requests) : requests_(std::move(requests)) {}
+    // The reporter must outlive this object.
+    Faults(std::vector<FaultRequest> requests, Reporter& reporter)
+        : requests_(std::move(requests)), reporter_(reporter) {}
 
     // To be called once on each occasion of the fault: its value if it strikes now.
     std::optional<uint32_t> strikes(Fault fault);
 
   private:
     std::vector<FaultRequest> requests_;
+    Reporter& reporter_;
     std::map<Fault, uint32_t> occasions_;  // so far
 };
 

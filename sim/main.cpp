@@ -33,11 +33,10 @@ void list_scenarios() {
 
 void list_faults() {
     for (const FaultRow& row : all_faults()) {
-        const FaultValue& value = *row.value;
-        const std::string usual =
-            row.usual_value == kNever ? "never" : std::to_string(row.usual_value);
-        std::cout << padded(row.name, 24) << row.what << "; @N: the N-th " << row.occasion
-                  << "; VALUE: " << value.meaning << " (" << usual << ")\n";
+        std::cout << padded(row.name, 24) << row.what << "; @N: the N-th " << row.occasion;
+        if (row.value)
+            std::cout << "; VALUE: " << row.value->meaning << " (" << row.usual_value << ")";
+        std::cout << "\n";
     }
 }
 

@@ -8,6 +8,7 @@ namespace sim {
 
 int PacketChannel::open() {
     if (open_) return -EBUSY;
+    if (const int error = opening_error()) return error;
     open_ = true;
     on_open();
     return 0;

@@ -20,7 +20,7 @@ class PacketChannel {
     PacketChannel(const PacketChannel&) = delete;
     PacketChannel& operator=(const PacketChannel&) = delete;
 
-    int open();    // 0 or -EBUSY
+    int open();    // 0, -EBUSY, or what opening_error() says
     void close();  // what has not been read is lost
     // The co-processor stops: an open channel is dead until it is closed and opened again.
     void hang_up();
@@ -46,6 +46,8 @@ class PacketChannel {
     Reporter& reporter_;
 
   private:
+    // 0, or the negated errno that the channel cannot be opened with now.
+    virtual int opening_error() { return 0; }
     // Called after the channel's state has changed; what on_hang_up sends is dropped.
     virtual void on_open() {}
     virtual void on_close() {}

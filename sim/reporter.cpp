@@ -16,6 +16,10 @@ const char* event_kind_name(EventKind kind) {
             return "state";
         case EventKind::kPhase:
             return "phase";
+        case EventKind::kFault:
+            return "fault";
+        case EventKind::kUevent:
+            return "uevent";
         case EventKind::kCheck:
             return "check";
         case EventKind::kSysfs:

@@ -97,6 +97,8 @@ void Judge::event(const Event& event) {
         case EventKind::kState:
         case EventKind::kSysfs:
         case EventKind::kCheck:
+        case EventKind::kFault:
+        case EventKind::kUevent:
             return;
     }
 }

@@ -4,6 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
+
 #include "tests/sim/scripted_host.h"
 
 namespace sim::test {
@@ -107,6 +110,63 @@ TEST(Coprocessor, LoadFaults) {
         host.boot_command(4);
         EXPECT_EQ(host.boot_command(3), row.flash_after_update) << static_cast<int>(row.fault);
     }
+}
+
+// Each state and announcement, in their order.
+std::vector<std::string> restarts_told(const Host& host) {
+    std::vector<std::string> told;
+    for (const Event& event : host.events.events) {
+        if (event.kind == EventKind::kUevent) told.push_back(event.fields.dump());
+        if (event.kind == EventKind::kState) {
+            told.push_back(event.fields["running"] ? event.fields["boot_mode"] : "offline");
+        }
+    }
+    return told;
+}
+
+TEST(Coprocessor, AnnouncesTheRestartsThatItIsAskedFor) {
+    using namespace std::chrono_literals;
+    Behaviour behaviour;
+    behaviour.running = true;
+    behaviour.faults = {parse_fault("restart@2:70")};
+    Host host(behaviour);
+    ASSERT_EQ(host.model.open_channel(Channel::kDfu), 0);
+    host.model.set_time(1s);
+    host.model.restart_announced(100ms);
+    EXPECT_TRUE(host.model.hung_up(Channel::kDfu));
+    EXPECT_EQ(host.model.next_deadline(), 1100ms);
+    host.model.close_channel(Channel::kDfu);
+    EXPECT_EQ(host.model.open_channel(Channel::kDfu), -ENODEV);
+    host.boot_command(5, kHostMode);
+    host.model.set_time(1100ms);
+    EXPECT_EQ(host.model.next_deadline(), std::nullopt);
+    EXPECT_THAT(restarts_told(host),
+                testing::ElementsAre("offline", R"({"marlo_event":1})", "offline", "HOST",
+                                     R"({"marlo_event":4})"));
+    // As a fault: with the second packet.
+    ASSERT_EQ(host.model.open_channel(Channel::kDfu), 0);
+    host.model.write_wake_lock(std::string_view("MARLODAEMON_WAKEUP", 19));
+    host.erase_all();
+    EXPECT_TRUE(host.model.hung_up(Channel::kDfu));
+    EXPECT_EQ(host.model.next_deadline(), 1170ms);
+    EXPECT_EQ(host.first_failure(), "");
+}
+
+TEST(Coprocessor, LoadDuringARestartOrNoPowerUpAtAll) {
+    using namespace std::chrono_literals;
+    Behaviour behaviour;
+    behaviour.running = true;
+    Host host(behaviour);
+    host.model.restart_announced(100ms);
+    host.spi(true);
+    host.boot_command(3);
+    EXPECT_EQ(host.model.remoteproc_state(), "running\n");
+    host.model.set_time(100ms);
+    host.model.restart_announced({});
+    host.model.set_time(1000h);
+    EXPECT_EQ(host.model.remoteproc_state(), "offline\n");
+    const auto told = restarts_told(host);
+    EXPECT_EQ(std::count(told.begin(), told.end(), R"({"marlo_event":4})"), 0);
 }
 
 TEST(Coprocessor, JudgesTheWakelock) {

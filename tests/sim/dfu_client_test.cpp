@@ -254,6 +254,114 @@ TEST(DfuClient, WorksAtTheFlashRate) {
     EXPECT_EQ(host.model.next_deadline(), std::nullopt);
 }
 
+Behaviour behaviour_with(const char* fault) {
+    Behaviour behaviour;
+    behaviour.faults = {parse_fault(fault)};
+    return behaviour;
+}
+
+std::vector<std::string> states_answered(const Host& host) {
+    std::vector<std::string> states;
+    for (const Event& event : host.events.events) {
+        if (event.fields.value("phase", "") == "state") states.push_back(event.fields["state"]);
+    }
+    return states;
+}
+
+void finish_after_hang_up(Host& host) {
+    host.model.close_channel(Channel::kDfu);
+    ASSERT_EQ(host.model.open_channel(Channel::kDfu), 0);
+    host.ask_state();
+    host.answer();
+    std::string why;
+    EXPECT_EQ(host.first_failure(), "");
+    EXPECT_EQ(host.model.status().phase, Phase::kFinished);
+    EXPECT_TRUE(host.model.flash_matches(&why)) << why;
+}
+
+// At a packet of the erase, too: a host that goes on from the state does not come back to it.
+TEST(DfuClient, HangUpFaultTakesTheChannelAwayForAWhile) {
+    using namespace std::chrono_literals;
+    const std::pair<const char*, const char*> table[] = {
+        {"hang-up-at-packet@1:200", "INIT"},
+        {"hang-up-at-packet@2:200", "INIT"},
+        {"hang-up-at-packet@6:200", "INFO_REQ"},
+        {"hang-up-at-info@2:200", "INFO_REQ"},
+        {"hang-up-at-fragment@3:200", "OFFSET_REQ"},
+        {"hang-up-at-session-end:200", "SESSION_END_REQ"}};
+    for (const auto& [fault, state] : table) {
+        SCOPED_TRACE(fault);
+        Host host(behaviour_with(fault));
+        host.boot_in_host_mode();
+        host.download();
+        EXPECT_TRUE(host.model.hung_up(Channel::kDfu));
+        host.model.close_channel(Channel::kDfu);
+        EXPECT_EQ(host.model.open_channel(Channel::kDfu), -ENODEV);
+        host.model.set_time(200ms - 1ns);
+        EXPECT_EQ(host.model.open_channel(Channel::kDfu), -ENODEV);
+        host.model.set_time(200ms);
+        finish_after_hang_up(host);
+        EXPECT_EQ(states_answered(host).back(), state);
+    }
+}
+
+TEST(DfuClient, HungUpForEverOrNeverThereAtAll) {
+    Host host(behaviour_with("hang-up-at-fragment@3:never"));
+    host.boot_in_host_mode();
+    host.download();
+    host.model.close_channel(Channel::kDfu);
+    host.model.set_time(std::chrono::hours(1000));
+    EXPECT_EQ(host.model.open_channel(Channel::kDfu), -ENODEV);
+
+    Behaviour missing = behaviour_with("dfu-channel-missing@2:2");
+    missing.boot_mode = kHostMode;
+    missing.running = true;
+    Host other(missing);
+    EXPECT_EQ(other.model.open_channel(Channel::kDfu), 0);
+    other.model.close_channel(Channel::kDfu);
+    EXPECT_EQ(other.model.open_channel(Channel::kDfu), -ENOENT);
+    EXPECT_EQ(other.model.open_channel(Channel::kDfu), 0);
+}
+
+TEST(DfuClient, CancelsUntilTheHostBeginsAnew) {
+    Host host(behaviour_with("cancel@3"));
+    host.boot_in_host_mode();
+    host.download();
+    EXPECT_EQ(host.first_failure(), "");
+    EXPECT_EQ(host.model.status().phase, Phase::kImages);
+    host.ask_state();
+    EXPECT_EQ(host.model.take_packet(Channel::kDfu), message(14, words({1, 0, 0, 4, 0, 0, 0})));
+    host.model.close_channel(Channel::kDfu);
+    host.model.open_channel(Channel::kDfu);
+    host.download();
+    EXPECT_EQ(host.first_failure(), "");
+    EXPECT_TRUE(host.model.flash_matches(nullptr));
+}
+
+TEST(DfuClient, AsksForAnImageThatThereIsNoneOf) {
+    for (const uint32_t size : {0u, 5u}) {
+        Host host(behaviour_with("unknown-image@2:77"));
+        host.boot_in_host_mode();
+        host.unknown_image_size = size;
+        host.download();
+        EXPECT_EQ(host.first_failure(),
+                  size ? "IMG_INFO_RESP: word at 20 expected 0x00000000, got 0x00000005" : "");
+        EXPECT_EQ(host.model.flash_matches(nullptr), size == 0);
+    }
+}
+
+TEST(DfuClient, RefusesTheStateQuery) {
+    Host host(behaviour_with("state-query-fails@1:9"));
+    host.boot_in_host_mode();
+    host.erase_all();
+    host.ask_state();
+    EXPECT_EQ(host.model.take_packet(Channel::kDfu), message(14, words({1, 9, 0, 0, 0, 0, 0})));
+    // It has told nothing.
+    host.send(message(1, words({1, 0, 0, 0x20474D49, 0x54445055})));
+    EXPECT_THAT(host.first_failure(), HasSubstr("without a state query"));
+    EXPECT_THAT(states_answered(host), testing::ElementsAre("refused"));
+}
+
 TEST(DfuClient, EraseFaultIsAnsweredWithFailureAndTheDownloadStillWorks) {
     Behaviour behaviour;
     behaviour.faults = {{Fault::kEraseFails}};

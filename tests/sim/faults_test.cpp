@@ -11,6 +11,12 @@ namespace {
 
 using testing::ElementsAre;
 
+class Observed : public Observer {
+  public:
+    void event(const Event& event) override { texts.push_back(event.fields.dump()); }
+    std::vector<std::string> texts;
+};
+
 std::vector<uint32_t> values(Faults& faults, Fault fault, int occasions) {
     std::vector<uint32_t> result;
     for (int i = 0; i < occasions; ++i) result.push_back(faults.strikes(fault).value_or(0));
@@ -18,17 +24,24 @@ std::vector<uint32_t> values(Faults& faults, Fault fault, int occasions) {
 }
 
 TEST(Faults, StrikeOnEveryOccasionOrOnTheOneAskedFor) {
+    Observed observed;
+    Reporter reporter(observed);
     Faults faults({parse_fault("erase-fails@2:7"), parse_fault("erase-fails@4"),
-                   parse_fault("load-fails:22")});
+                   parse_fault("load-fails:22")},
+                  reporter);
     EXPECT_THAT(values(faults, Fault::kEraseFails, 5), ElementsAre(0, 7, 0, 1, 0));
+    EXPECT_THAT(observed.texts, ElementsAre(R"({"fault":"erase-fails","occasion":2,"value":"7"})",
+                                            R"({"fault":"erase-fails","occasion":4,"value":"1"})"));
     EXPECT_THAT(values(faults, Fault::kLoadFails, 2), ElementsAre(22, 22));
     EXPECT_THAT(values(faults, Fault::kFlashLoadFails, 2), ElementsAre(0, 0));
 }
 
 TEST(Faults, FirstRequestThatFitsTheOccasionCounts) {
-    Faults faults({parse_fault("erase-fails@1:7"), parse_fault("erase-fails:8")});
+    Observed observed;
+    Reporter reporter(observed);
+    Faults faults({parse_fault("erase-fails@1:7"), parse_fault("erase-fails:8")}, reporter);
     EXPECT_THAT(values(faults, Fault::kEraseFails, 3), ElementsAre(7, 8, 8));
-    Faults first(first_occasions(Fault::kVersionQueryFails, 2));
+    Faults first(first_occasions(Fault::kVersionQueryFails, 2), reporter);
     EXPECT_THAT(values(first, Fault::kVersionQueryFails, 3), ElementsAre(5, 5, 0));
 }
 
@@ -57,6 +70,10 @@ TEST(Faults, TextThatAsksForNoneIsNamed) {
         {"erase-fails:never",
          "erase-fails: response code must be a number from 1 to "
          "4294967295, not \"never\""},
+        {"hang-up-at-info:ever",
+         "hang-up-at-info: ms until the channel is back must be a number "
+         "from 0 to 3600000 or never, not \"ever\""},
+        {"cancel@2:1", "cancel takes no value"},
         {"load-fails:134", "load-fails: errno must be a number from 1 to 133, not \"134\""},
         {"load-fails:5x", "load-fails: errno must be a number from 1 to 133, not \"5x\""}};
     for (const auto& [text, why] : table) {
@@ -74,9 +91,11 @@ TEST(Faults, EachRowOfTheTableCanBeAskedFor) {
     std::set<Fault> faults;
     for (const FaultRow& row : all_faults()) {
         EXPECT_TRUE(faults.insert(row.fault).second) << row.name;
-        const std::string usual =
-            row.usual_value == kNever ? "never" : std::to_string(row.usual_value);
-        EXPECT_EQ(parse_fault(row.name + std::string("@3:") + usual).value, row.usual_value);
+        std::string text = row.name + std::string("@3");
+        if (row.value) text += ":" + std::to_string(row.usual_value);
+        const FaultRequest request = parse_fault(text);
+        EXPECT_EQ(request.fault, row.fault);
+        EXPECT_EQ(request.value.value_or(0), row.usual_value) << row.name;
     }
 }
 

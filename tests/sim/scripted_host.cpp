@@ -151,6 +151,7 @@ void Host::answer_packet(const Bytes& packet) {
         if (state == 0) {
             return send(message(1, words({1, 0, 0, 0x20474D49, 0x54445055})));
         }
+        if (state == 4 || word(packet, 20) != 0) return;
         const Bytes request(packet.begin() + 32, packet.end());
         return answer_packet(message(state == 3 ? 11 : state == 2 ? 5 : 3, request));
     }
@@ -159,10 +160,12 @@ void Host::answer_packet(const Bytes& packet) {
     const auto& images = firmware_.images;
     const auto image = std::find_if(images.begin(), images.end(),
                                     [&](const Image& i) { return i.id == word(packet, 16); });
-    const Bytes& data = image->data;
     if (id == 3) {
-        return send(message(4, words({image->id, static_cast<uint32_t>(data.size()), 0})));
+        const uint32_t size =
+            image == images.end() ? unknown_image_size : static_cast<uint32_t>(image->data.size());
+        return send(message(4, words({word(packet, 16), size, 0})));
     }
+    const Bytes& data = image->data;
     const uint32_t offset = word(packet, 20);
     const uint32_t length = word(packet, 24);
     Bytes payload = words({image->id, offset, length});

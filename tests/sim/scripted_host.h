@@ -76,6 +76,7 @@ class Host {
     // Sends a message after `tamper` had its way; an empty one is not sent.
     void send(Bytes bytes);
     std::function<void(Bytes&)> tamper;
+    uint32_t unknown_image_size = 0;  // answered for an image that there is none of
     // Answers what is to be read until nothing more comes; as many packets as `limit` at most.
     void answer(size_t limit = 1000000);
     // Erases all ranges, asks for the state, answers until the session ends.
