@@ -140,15 +140,18 @@ TEST(Coprocessor, AnnouncesTheRestartsThatItIsAskedFor) {
     host.boot_command(5, kHostMode);
     host.model.set_time(1100ms);
     EXPECT_EQ(host.model.next_deadline(), std::nullopt);
-    EXPECT_THAT(restarts_told(host),
-                testing::ElementsAre("offline", R"({"marlo_event":1})", "offline", "HOST",
-                                     R"({"marlo_event":4})"));
+    const std::vector<std::string> first = {"offline", R"({"marlo_event":1})", "offline", "HOST",
+                                            R"({"marlo_event":4})"};
+    EXPECT_EQ(restarts_told(host), first);
     // As a fault: with the second packet.
     ASSERT_EQ(host.model.open_channel(Channel::kDfu), 0);
     host.model.write_wake_lock(std::string_view("MARLODAEMON_WAKEUP", 19));
     host.erase_all();
     EXPECT_TRUE(host.model.hung_up(Channel::kDfu));
-    EXPECT_EQ(host.model.next_deadline(), 1170ms);
+    host.model.set_time(1170ms);
+    std::vector<std::string> both = first;
+    both.insert(both.end(), {"offline", R"({"marlo_event":1})", "HOST", R"({"marlo_event":4})"});
+    EXPECT_EQ(restarts_told(host), both);
     EXPECT_EQ(host.first_failure(), "");
 }
 
