@@ -18,6 +18,23 @@ bool write_name(int fd) {
     return os::write(fd, kName, std::strlen(kName) + 1) > 0;
 }
 
+// -1, which stays for good, where the file cannot be opened.
+int open_wake_file(const char* path) {
+    const int fd = os::open(path, O_RDWR | O_CLOEXEC);
+    if (fd < 0) {
+        MARLO_LOG_FOR("client_wakelock", error, "fatal error opening \"%s\": %s\n", path,
+                      strerror(errno));
+    }
+    return fd;
+}
+
+bool is_open(int fd, const char* function) {
+    if (fd < 0) {
+        MARLO_LOG_FOR(function, error, "Not able to open fd for wakeup:%s", kName);
+    }
+    return fd >= 0;
+}
+
 }  // namespace
 
 client_wakelock* client_wakelock::get_instance() {
@@ -26,14 +43,8 @@ client_wakelock* client_wakelock::get_instance() {
 }
 
 client_wakelock::client_wakelock() {
-    _lock_fd = os::open(kLockPath, O_RDWR | O_CLOEXEC);
-    if (_lock_fd < 0) {
-        MARLO_LOG(error, "fatal error opening \"%s\": %s\n", kLockPath, strerror(errno));
-    }
-    _unlock_fd = os::open(kUnlockPath, O_RDWR | O_CLOEXEC);
-    if (_unlock_fd < 0) {
-        MARLO_LOG(error, "fatal error opening \"%s\": %s\n", kUnlockPath, strerror(errno));
-    }
+    _lock_fd = open_wake_file(kLockPath);
+    _unlock_fd = open_wake_file(kUnlockPath);
 }
 
 void client_wakelock::get_n_locks(int count) {
@@ -63,8 +74,7 @@ void client_wakelock::put_n_locks(unsigned int count) {
 }
 
 void client_wakelock::acquire() {
-    if (_lock_fd < 0) {
-        MARLO_LOG(error, "Not able to open fd for wakeup:%s", kName);
+    if (!is_open(_lock_fd, __func__)) {
         return;
     }
     if (!write_name(_lock_fd)) {
@@ -77,8 +87,7 @@ void client_wakelock::acquire() {
 }
 
 void client_wakelock::release() {
-    if (_unlock_fd < 0) {
-        MARLO_LOG(error, "Not able to open fd for wakeup:%s", kName);
+    if (!is_open(_unlock_fd, __func__)) {
         return;
     }
     if (!write_name(_unlock_fd)) {

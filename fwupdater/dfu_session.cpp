@@ -13,6 +13,10 @@ namespace {
 // "1" once a firmware update has been completed; read at the next boot.
 constexpr const char* kUpdateDoneProperty = "persist.vendor.zt_aon.dfu_update";
 
+// Both are logged and reported.
+constexpr const char* kStarting = "### Starting Marlo Firmware Update. ###";
+constexpr const char* kFinished = "### Marlo Firmware Update finished. ###";
+
 // The co-processor chooses the fragment length. A longer one is a damaged request, and answering it
 // would only take memory away from everybody.
 constexpr uint32_t kMaximumFragment = 16 * 1024 * 1024;
@@ -20,7 +24,7 @@ constexpr uint32_t kMaximumFragment = 16 * 1024 * 1024;
 }  // namespace
 
 void marlo_fw_updater::marloFirmwareUpdateReq() {
-    MARLO_LOG(debug, "### Starting Marlo Firmware Update. ###");
+    MARLO_LOG(debug, "%s", kStarting);
     if (!checkForFlashbin()) {
         report(Callback::STATUS_ERROR, "AON Flash bin file is empty or not present");
         return;
@@ -31,7 +35,7 @@ void marlo_fw_updater::marloFirmwareUpdateReq() {
     }
     property_set(kUpdateDoneProperty, "0");
     update_finished = false;
-    report(Callback::STATUS_STARTED, "### Starting Marlo Firmware Update. ###");
+    report(Callback::STATUS_STARTED, kStarting);
     start_time = os::time();
 }
 
@@ -72,10 +76,10 @@ void marlo_fw_updater::sendSessionEndRes() {
     MARLO_LOG(debug, "sendSessionEndRes");
     const auto payload = dfu::three_words(0, 0, 0);
     if (send_aon_request(dfu::SESSION_END_RESP, payload.data(), payload.size()) >= 1) {
-        MARLO_LOG(debug, "### Marlo Firmware Update finished. ###");
+        MARLO_LOG(debug, "%s", kFinished);
         property_set(kUpdateDoneProperty, "1");
         update_finished = true;
-        report(Callback::STATUS_SUCCESS, "### Marlo Firmware Update finished. ###");
+        report(Callback::STATUS_SUCCESS, kFinished);
     }
     truncateFwResources();
 }

@@ -6,6 +6,8 @@
 
 namespace {
 
+constexpr const char* kEraseFinished = "### Marlo Flash Erase finished. ###";
+
 // One field of a state's details; nothing is said of a 0.
 std::string detail(const char* label, uint32_t value) {
     return value == 0 ? "" : report_text::join(label, value);
@@ -31,24 +33,27 @@ std::string details_of(const dfu_spcl_cmd_response& response) {
 
 void marlo_fw_updater::eraseAllRAWPartitionAndContinueDownload() {
     MARLO_LOG(debug, "eraseAllRAWPartitionAndContinueDownload");
-    if (glinkInterface == nullptr) {
-        MARLO_LOG(error, "glinkInterface == nullptr");
-        return;
+    if (begin_to_continue(__func__)) {
+        eraseAllRAWPartition();
     }
-    start_time = os::time();
-    continue_download = true;
-    eraseAllRAWPartition();
 }
 
 void marlo_fw_updater::getCurrentDFUStateAndContinueDownload() {
     MARLO_LOG(debug, "getCurrentDFUStateAndContinueDownload");
+    if (begin_to_continue(__func__)) {
+        sendGetDFUStateReq();
+    }
+}
+
+// From now on a reported state is acted upon. False without a transport.
+bool marlo_fw_updater::begin_to_continue(const char* function) {
     if (glinkInterface == nullptr) {
-        MARLO_LOG(error, "glinkInterface == nullptr");
-        return;
+        MARLO_LOG_FOR(function, error, "glinkInterface == nullptr");
+        return false;
     }
     start_time = os::time();
     continue_download = true;
-    sendGetDFUStateReq();
+    return true;
 }
 
 void marlo_fw_updater::eraseAllRAWPartition() {
@@ -60,7 +65,7 @@ void marlo_fw_updater::eraseAllRAWPartition() {
     } else if (continue_download) {
         sendGetDFUStateReq();
     } else {
-        report(Callback::STATUS_ERASE_DONE, "### Marlo Flash Erase finished. ###");
+        report(Callback::STATUS_ERASE_DONE, kEraseFinished);
     }
 }
 
@@ -83,9 +88,8 @@ void marlo_fw_updater::sendGetDFUStateReq() {
 void marlo_fw_updater::handleDFUSplCmdResposnse(dfu_spcl_cmd_response* response) {
     MARLO_LOG(debug, "handleDFUSplCmdResposnse");
     if (response->operation == dfu::SPCL_OP_RAW_FLASH_ERASE) {
-        report(Callback::STATUS_INFO, response->response_code == 0
-                                          ? "### Marlo Flash Erase finished. ###"
-                                          : "### Marlo Flash Erase Failed. ###");
+        report(Callback::STATUS_INFO,
+               response->response_code == 0 ? kEraseFinished : "### Marlo Flash Erase Failed. ###");
         eraseAllRAWPartition();
     } else if (response->operation == dfu::SPCL_OP_GET_DFU_STATE) {
         if (response->response_code == 0) {

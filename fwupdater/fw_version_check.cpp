@@ -34,6 +34,13 @@ marlo_meta_info parse(const std::vector<uint8_t>& bytes, const char* path) {
     }
 }
 
+bool is_known(const wear_firmware_info_t* fw_info, const char* function) {
+    if (fw_info == nullptr) {
+        MARLO_LOG_FOR(function, error, "fw_info: version is invalid");
+    }
+    return fw_info != nullptr;
+}
+
 }  // namespace
 
 marlo_meta_info marlo_fw_updater::readMarloMetaBuildInfo() {
@@ -53,8 +60,7 @@ marlo_meta_info marlo_fw_updater::readMarloMetaBuildInfo() {
 
 int32_t marlo_fw_updater::fw_version_check(wear_firmware_info_t* fw_info) {
     const marlo_meta_info shipped = readMarloMetaBuildInfo();
-    if (fw_info == nullptr) {
-        MARLO_LOG(error, "fw_info: version is invalid");
+    if (!is_known(fw_info, __func__)) {
         return -1;
     }
     if (!contains(text_of(fw_info->apps_version), shipped.apps_cochip)) {
@@ -76,8 +82,7 @@ int32_t marlo_fw_updater::fw_version_check(wear_firmware_info_t* fw_info) {
 }
 
 int32_t marlo_fw_updater::is_psram_noflash(wear_firmware_info_t* fw_info) {
-    if (fw_info == nullptr) {
-        MARLO_LOG(error, "fw_info: version is invalid");
+    if (!is_known(fw_info, __func__)) {
         return -1;
     }
     if (contains(text_of(fw_info->apps_version), "NOFLASH_PSRAM")) {

@@ -125,6 +125,7 @@ class marlo_fw_updater {
                             std::vector<uint8_t> data);
     void report_message(const dfu::ReceivedMessage& message, const char* name);
     void handle_image_info_request(uint32_t image_id);
+    bool begin_to_continue(const char* function);
     void handle_state(const dfu_spcl_cmd_response& response);
     void continue_from(const dfu_spcl_cmd_response& response);
 

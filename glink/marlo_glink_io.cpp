@@ -8,9 +8,9 @@
 #include <new>
 #include <string_view>
 
-#include "comhandler/client_wakelock.h"
 #include "daemon/marlo_deamon_log.h"
 #include "glink/marlo_glink.h"
+#include "glink/wakelock_reference.h"
 #include "platform/os.h"
 #include "wire/little_endian.h"
 
@@ -146,16 +146,13 @@ int marlo_glink::glink_write(int fd, const unsigned char* buf, unsigned int len)
         MARLO_LOG(error, "GLINK_int conn = 0x%llx write is not permitted as_s_chnl_fd is -1", id());
         return 0;
     }
-    MARLO_LOG(debug, "acquiring wakelock");
-    _wakelock->get_n_locks(1);
+    const WakelockReference awake(_wakelock, kWriteName);
     const write_outcome outcome = write_with_retries(buf, len);
     lock.unlock();
     if (!outcome.failed) {
         MARLO_LOG(info, "GLINK_int conn = 0x%llx complete bytes written= %d retries %d", id(),
                   outcome.written, outcome.retries);
     }
-    MARLO_LOG(debug, "releasing wakelock");
-    _wakelock->put_n_locks(1);
     return outcome.result;
 }
 
@@ -241,14 +238,10 @@ int marlo_glink::read_response(unsigned char* buf, unsigned int len) {
     if (_s_chnl_fd < 0) {
         return -1;
     }
-    MARLO_LOG(debug, "acquiring wakelock");
-    _wakelock->get_n_locks(1);
+    const WakelockReference awake(_wakelock, kResponseName);
     const int64_t give_up_ns =
         android::elapsedRealtimeNano() + int64_t{_poll_timeout_s} * kNsPerSecond;
-    const int result = glink_poll(_s_chnl_fd) == 0 ? fill_response(buf, len, give_up_ns) : -1;
-    MARLO_LOG(debug, "releasing wakelock");
-    _wakelock->put_n_locks(1);
-    return result;
+    return glink_poll(_s_chnl_fd) == 0 ? fill_response(buf, len, give_up_ns) : -1;
 }
 
 // The -1 of an EAGAIN is counted like a byte count, in unsigned arithmetic: on the first read it

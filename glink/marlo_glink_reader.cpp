@@ -6,9 +6,9 @@
 #include <new>
 #include <utility>
 
-#include "comhandler/client_wakelock.h"
 #include "daemon/marlo_deamon_log.h"
 #include "glink/marlo_glink.h"
+#include "glink/wakelock_reference.h"
 #include "platform/os.h"
 
 namespace {
@@ -37,6 +37,7 @@ void marlo_glink::glink_thread_routine(marlo_glink* self) {
     while (true) {
         const reader_pass pass = self->poll_and_read();
         if (pass == reader_pass::stop) {
+            MARLO_LOG(debug, "GLINK thread exit");
             return;
         }
         if (pass != reader_pass::failed && self->g_glink_err_cnt != 0) {
@@ -58,7 +59,6 @@ marlo_glink::reader_pass marlo_glink::poll_and_read() {
     const bool has_pipe = _wakeup_pipe[0] != -1;
     const int ready = os::poll(entries, 2, has_pipe ? -1 : kPipelessPollMs);
     if (!has_pipe && _stop_reader) {
-        MARLO_LOG_FOR(kReaderName, debug, "GLINK thread exit");
         return reader_pass::stop;
     }
     if (ready == 0) {
@@ -97,7 +97,6 @@ marlo_glink::reader_pass marlo_glink::take_wake_up() {
     // Without a byte the write end is closed, which asks for the same.
     if (byte == 'd' || count <= 0) {
         MARLO_LOG_FOR(kReaderName, debug, "GLINK explicitly requested thread close");
-        MARLO_LOG_FOR(kReaderName, debug, "GLINK thread exit");
         return reader_pass::stop;
     }
     return reader_pass::delivered;
@@ -187,8 +186,7 @@ void marlo_glink::glink_response_handler(std::vector<uint8_t> packet) {
         return;
     }
     std::copy(packet.begin(), packet.end(), _ind_buf);
-    MARLO_LOG(debug, "acquiring wakelock");
-    _wakelock->get_n_locks(1);
+    const WakelockReference awake(_wakelock, __func__);
     if (const glink_register_cb* callbacks = _callbacks; callbacks != nullptr) {
         const glink_data_callback data_callback = callbacks->data_callback;
         const int result = trigger_event_cb(data_callback);
@@ -197,8 +195,6 @@ void marlo_glink::glink_response_handler(std::vector<uint8_t> packet) {
     delete[] _ind_buf;
     _ind_buf = nullptr;
     _ind_buf_len = 0;
-    MARLO_LOG(debug, "releasing wakelock");
-    _wakelock->put_n_locks(1);
 }
 
 int marlo_glink::trigger_event_cb(const glink_data_callback& data_cb) {
