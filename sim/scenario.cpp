@@ -7,9 +7,19 @@ namespace sim {
 
 namespace {
 
+constexpr size_t kLongestVersion = 99;
+constexpr std::string_view kNoFlash = "-NOFLASH_PSRAM";
+
 // A text that holds the shipped one as a running version does, or one that does not.
 std::string running_version(const std::string& shipped, RunningFirmware firmware) {
-    if (firmware == RunningFirmware::kShipped) return shipped + "-RUNNING";
+    switch (firmware) {
+        case RunningFirmware::kShipped:
+            return shipped + "-RUNNING";
+        case RunningFirmware::kNoFlash:
+            return shipped.substr(0, kLongestVersion - kNoFlash.size()) + std::string(kNoFlash);
+        case RunningFirmware::kOther:
+            break;
+    }
     // Leaves out the first character: cannot hold a text that is one character longer.
     return shipped.empty() ? "" : shipped.substr(1);
 }
@@ -25,6 +35,16 @@ std::string command_words(const nlohmann::json& fields) {
 
 std::string property_words(const nlohmann::json& fields) {
     return fields.at("name").get<std::string>() + "=" + fields.at("value").get<std::string>();
+}
+
+// Empty: no step of its own.
+std::string phase_words(const nlohmann::json& fields) {
+    const std::string phase = fields.at("phase");
+    if (phase == "state") return phase + " " + fields.at("state").get<std::string>();
+    for (const char* step : {"session ", "unknown image", "misc ", "rma "}) {
+        if (phase.starts_with(step)) return phase;
+    }
+    return "";
 }
 
 std::string running_words(bool running) {
@@ -46,7 +66,6 @@ std::string differs(const char* what, const std::string& expected, const std::st
 }  // namespace
 
 Behaviour behaviour_for(const Scenario& scenario, const FirmwareBundle& firmware) {
-    constexpr size_t kLongestVersion = 99;
     const ShippedVersions& shipped = firmware.versions;
     const RunningFirmware which = scenario.start.firmware;
     Behaviour behaviour;
@@ -69,6 +88,17 @@ Behaviour behaviour_for(const Scenario& scenario, const FirmwareBundle& firmware
     return behaviour;
 }
 
+Step::Step(PropertyChange change)
+    : words(change.name + "=" + change.value), stimulus(std::move(change)) {}
+
+Step::Step(Restart restart) : words("restart"), stimulus(restart) {}
+
+Step Step::early(const char* expected) {
+    Step step(expected);
+    step.may_be_early = true;
+    return step;
+}
+
 Judge::Judge(const Scenario& scenario) : scenario_(scenario), logs_missing_(scenario.logs) {}
 
 void Judge::event(const Event& event) {
@@ -84,8 +114,8 @@ void Judge::event(const Event& event) {
             return;
         }
         case EventKind::kPhase: {
-            const std::string phase = fields.at("phase");
-            if (phase.starts_with("session ")) happened(phase);
+            const std::string words = phase_words(fields);
+            if (!words.empty()) happened(words);
             return;
         }
         case EventKind::kDaemon:
@@ -110,13 +140,22 @@ void Judge::happened(const std::string& words) {
         failure_ = "expected nothing after " + last_words_ + ", got " + words;
         return;
     }
-    const Step& step = scenario_.steps[next_];
-    if (step.stimulus || step.words != words) {
-        failure_ = "expected " + waiting_for() + "; got " + words;
-        return;
+    for (size_t step = next_; step < scenario_.steps.size(); ++step) {
+        if (step > next_ && !scenario_.steps[step].may_be_early) break;
+        if (expects(step, words)) return done(step);
     }
-    ++next_;
-    last_words_ = words;
+    failure_ = "expected " + waiting_for() + "; got " + words;
+}
+
+bool Judge::expects(size_t step, const std::string& words) const {
+    const Step& expected = scenario_.steps[step];
+    return !expected.stimulus && expected.words == words && early_.count(step) == 0;
+}
+
+void Judge::done(size_t step) {
+    last_words_ = scenario_.steps[step].words;
+    early_.insert(step);
+    while (early_.erase(next_)) ++next_;
 }
 
 void Judge::logged(const std::string& line) {
@@ -128,21 +167,18 @@ void Judge::logged(const std::string& line) {
     last_progress_ = now_;
 }
 
-std::optional<PropertyChange> Judge::take_stimulus() {
+std::optional<Stimulus> Judge::take_stimulus() {
     if (next_ == scenario_.steps.size() || !scenario_.steps[next_].stimulus) return {};
-    const PropertyChange change = *scenario_.steps[next_++].stimulus;
-    stimuli_taken_.push_back(change.name + "=" + change.value);
-    last_words_ = stimuli_taken_.back();
-    return change;
+    const Step& step = scenario_.steps[next_];
+    stimuli_taken_.push_back(step.words);
+    done(next_);
+    return step.stimulus;
 }
 
 std::string Judge::waiting_for() const {
     if (next_ < scenario_.steps.size()) {
         const Step& step = scenario_.steps[next_];
-        const std::string words =
-            step.stimulus ? "nothing before " + step.stimulus->name + "=" + step.stimulus->value
-                          : step.words;
-        return words + " after " + last_words_;
+        return (step.stimulus ? "nothing before " : "") + step.words + " after " + last_words_;
     }
     if (!logs_missing_.empty()) return "the log line \"" + logs_missing_.front() + "\"";
     return "nothing after " + last_words_;

@@ -9,7 +9,7 @@
 //     Judge judge(*scenario);
 //     Coprocessor model(behaviour, firmware, observer);   // observer hands every event to judge
 //     each time something has happened or a deadline has passed:
-//         while (auto change = judge.take_stimulus()) write the property;
+//         while (auto stimulus = judge.take_stimulus()) write the property or restart the model;
 //         Verdict verdict = judge.verdict(model, now);
 // The judge looks at the order of control commands and property changes. A property is written by
 // another road than a command: on receiving a request, first read the property changes that have
@@ -18,8 +18,10 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 #include "sim/behaviour.h"
@@ -29,7 +31,8 @@
 
 namespace sim {
 
-enum class RunningFirmware { kShipped, kOther };  // beside the version file: the same or not
+// Beside the version file: the same, another, or the same of the variant without flash.
+enum class RunningFirmware { kShipped, kOther, kNoFlash };
 
 // How things are when the daemon starts.
 struct Start {
@@ -40,6 +43,7 @@ struct Start {
     bool running = false;
     RunningFirmware firmware = RunningFirmware::kShipped;
     std::vector<FaultRequest> faults = {};
+    bool flash_image = true;  // flash.bin is there
 };
 
 struct PropertyChange {
@@ -47,19 +51,33 @@ struct PropertyChange {
     std::string value;
 };
 
+struct Restart {
+    Time length;  // from power-down to power-up
+};
+
+// What the simulator does by itself.
+using Stimulus = std::variant<PropertyChange, Restart>;
+
 // One step of the expected course: something that the daemon does, in words, or something that the
 // simulator does when the steps before it are done. The words:
 //   "get boot mode FLASH", "set boot mode HOST", "SPI busy", "SPI free", "load", "unload",
 //   "soft reset", "reset", "query version", "TWM exit", "save dump", "boot status 1"; a command
-//   that the co-processor refuses is followed by " fails" "NAME=VALUE": the property is written
+//   that the co-processor refuses is followed by " fails"
+//   "NAME=VALUE": the property is written
 //   "session begins", "session ends": MG_UPDT_REQ, SESSION_END_RESP accepted
+//   "session cancelled": by the co-processor
+//   "state INIT" and so on, "state refused": a state query is answered
+//   "unknown image": the host has told that there is none
 //   "exit 237", "signal 6": the daemon ends
 struct Step {
     std::string words;
-    std::optional<PropertyChange> stimulus = {};
+    std::optional<Stimulus> stimulus = {};
+    bool may_be_early = false;  // another thread does it: it may come before the step in front
 
     Step(const char* expected) : words(expected) {}
-    Step(PropertyChange change) : stimulus(std::move(change)) {}
+    Step(PropertyChange change);
+    Step(Restart restart);
+    static Step early(const char* expected);
 };
 
 // How things must be at the end. Beyond that the wakelock is never held then.
@@ -102,9 +120,9 @@ class Judge : public Observer {
     // Every event of the model, every property change and every kDaemon event of the front end.
     void event(const Event& event) override;
 
-    // A property that the simulator has to write now. The change that the front end then sees
-    // itself may be handed in as an event or not.
-    std::optional<PropertyChange> take_stimulus();
+    // What the simulator has to do now. A change of a property that the front end then sees itself
+    // may be handed in as an event or not.
+    std::optional<Stimulus> take_stimulus();
 
     Verdict verdict(const Coprocessor& model, Time now) const;
     // When to ask for the verdict again if nothing happens; none: the daemon has to do something.
@@ -114,12 +132,15 @@ class Judge : public Observer {
 
   private:
     void happened(const std::string& words);
+    bool expects(size_t step, const std::string& words) const;
+    void done(size_t step);
     void logged(const std::string& line);
     bool complete() const { return next_ == scenario_.steps.size() && logs_missing_.empty(); }
     std::string wrong_end(const Coprocessor& model) const;
 
     const Scenario& scenario_;
-    size_t next_ = 0;  // index of the step that is expected next
+    size_t next_ = 0;         // index of the step that is expected next
+    std::set<size_t> early_;  // indexes of steps behind it that have come already
     std::string last_words_ = "the start";
     std::vector<std::string> logs_missing_;
     std::vector<std::string> stimuli_taken_;  // as "NAME=VALUE"

@@ -38,17 +38,24 @@ const Steps kLoadFails = {"SPI busy", "load fails"};
 const Steps kBootComplete = {"vendor.marlo.boot_complete=1", "query version"};
 const Steps kReportReady = {"boot status 1"};
 const Steps kSwitchToHost = {"set boot mode HOST", "unload", "SPI busy", "soft reset", "load"};
-const Steps kDownload = {"session begins", "persist.vendor.zt_aon.dfu_update=0", "session ends",
-                         "persist.vendor.zt_aon.dfu_update=1"};
+const Steps kSessionBegins = {"state INIT", "session begins", "persist.vendor.zt_aon.dfu_update=0"};
+const Steps kSessionEnds = {"session ends", "persist.vendor.zt_aon.dfu_update=1"};
+const Steps kDownload = course({kSessionBegins, kSessionEnds});
 const Steps kSwitchToFlash = {
     "set boot mode FLASH",          "unload",   "SPI busy",     "soft reset", "load",
     "vendor.marlo.boot_complete=1", "SPI free", "boot status 1"};
+// An update with something in between.
+Steps update_with(const Steps& steps) {
+    return course({kAskFlash, kSwitchToHost, kSessionBegins, steps, kSessionEnds, kSwitchToFlash});
+}
 const Steps kUpdate = course({kSwitchToHost, kDownload, kSwitchToFlash});
 const Steps kFlashBoot = course({kAskFlash, kLoad, kAskFlash, kBootComplete, kReportReady});
 
 const End kRunsFlash = {.boot_status = 1};
 const End kRunsNewFlash = {.boot_status = 1, .flash_written = true};
 const End kNeverStarted = {.running = false};
+// The download owns the bus and has not given it back.
+const End kLeftInHostMode = {.boot_mode = kHostMode, .spi_busy = true};
 
 std::vector<Scenario> make_scenarios() {
     return {
@@ -128,6 +135,97 @@ std::vector<Scenario> make_scenarios() {
          .logs = {"***** Marlo Reset Start *****"},
          .end = kRunsFlash,
          .settle = 2300ms},
+        {.name = "resume",
+         .description = "the channel hangs up in the middle of an image: the download goes on",
+         .start = {.properties = kNewDevice, .faults = {{Fault::kHangUpAtFragment, 3}}},
+         .steps = update_with({"state OFFSET_REQ"}),
+         .logs = {"POLLHUP event is received, AON CLIENT SSR occured"},
+         .end = kRunsNewFlash,
+         .settle = kSettle},
+        {.name = "resume-info",
+         .description =
+             "hang-up with an image's size asked for; the channel is away for half a second",
+         .start = {.properties = kNewDevice, .faults = {{Fault::kHangUpAtInfo, 2, 500}}},
+         .steps = update_with({"state INFO_REQ"}),
+         .logs = {"glink_pkt_marlo_dfu failed with errno = 19"},
+         .end = kRunsNewFlash,
+         .settle = kSettle},
+        {.name = "resume-end",
+         .description = "hang-up when all is written and the session about to end",
+         .start = {.properties = kNewDevice, .faults = {{Fault::kHangUpAtSessionEnd, 1}}},
+         .steps = update_with({"state SESSION_END_REQ"}),
+         .logs = {"### Marlo Firmware Update finished. ###"},
+         .end = kRunsNewFlash,
+         .settle = kSettle},
+        {.name = "erase-failure",
+         .description = "no partition can be erased at the daemon's request: the download goes on",
+         .start = {.properties = kNewDevice, .faults = {{Fault::kEraseFails}}},
+         .steps = update_with({}),
+         .logs = {"### Marlo Firmware Update finished. ###"},
+         .end = kRunsNewFlash,
+         .settle = kSettle},
+        {.name = "state-failure",
+         .description = "the co-processor refuses to tell its state: no download",
+         .start = {.properties = kNewDevice, .faults = {{Fault::kStateQueryFails}}},
+         .steps = course({kAskFlash, kSwitchToHost, {"state refused"}}),
+         .logs = {"handleDFUResponse: Get Marlo DFU State Failed."},
+         .end = kLeftInHostMode,
+         .settle = kSettle},
+        {.name = "cancel",
+         .description = "the co-processor cancels in the middle of an image",
+         .start = {.properties = kNewDevice, .faults = {{Fault::kCancel, 3}}},
+         .steps = course({kAskFlash, kSwitchToHost, kSessionBegins, {"session cancelled"}}),
+         .logs = {"handleDFUResponse: Received CANCEL_UPDT_REQ"},
+         .end = kLeftInHostMode,
+         .settle = kSettle},
+        {.name = "no-channel",
+         .description = "the download's channel is missing: HOST mode, boot status 1",
+         .start = {.properties = kNewDevice, .faults = {{Fault::kDfuChannelMissing}}},
+         .steps = course({kAskFlash, kSwitchToHost, kReportReady}),
+         .logs = {"handleDFUResponse: Marlo dfu channel open failed",
+                  "handleDFUResponse: MarloDownloader END"},
+         .end = {.boot_mode = kHostMode, .spi_busy = true, .boot_status = 1},
+         .settle = kSettle},
+        {.name = "unknown-image",
+         .description = "an image is asked for that there is none of: size 0, and on with the next",
+         .start = {.properties = kNewDevice, .faults = {{Fault::kUnknownImage, 1}}},
+         .steps = update_with({"unknown image"}),
+         .logs = {"sendmarloImageInfoRes 99"},
+         .end = kRunsNewFlash,
+         .settle = kSettle},
+        {.name = "no-flash-image",
+         .description = "flash.bin is missing: no download",
+         .start = {.properties = kNewDevice, .flash_image = false},
+         .steps = course({kAskFlash, kSwitchToHost, {"state INIT"}}),
+         .logs = {"handleDFUResponse: AON Flash bin file is empty or not present"},
+         .end = kLeftInHostMode,
+         .settle = kSettle},
+        {.name = "version-late",
+         .description = "the version query is answered on its fifth try",
+         .start = {.properties = kUpdatedBefore,
+                   .faults = first_occasions(Fault::kVersionQueryFails, 4)},
+         .steps = course({kAskFlash,
+                          kLoad,
+                          kAskFlash,
+                          {"vendor.marlo.boot_complete=1"},
+                          Steps(4, "query version fails"),
+                          {"query version"},
+                          kReportReady}),
+         .logs = {"Marlo boot done, but get version fail-retry:4"},
+         .end = kRunsFlash,
+         .settle = kSettle},
+        {.name = "version-never",
+         .description = "the version query fails each time: the old firmware goes on running",
+         .start = {.properties = kUpdatedBefore, .faults = {{Fault::kVersionQueryFails}}},
+         .steps = course({kAskFlash,
+                          kLoad,
+                          kAskFlash,
+                          {"vendor.marlo.boot_complete=1"},
+                          Steps(14, "query version fails"),
+                          kReportReady}),
+         .logs = {"failed to get fw version! after re-tries, marlo is running with old firmware"},
+         .end = kRunsFlash,
+         .settle = kSettle},
         {.name = "absent",
          .description = "no co-processor: the daemon ends with -19",
          .start = {.properties = {{kPresence, "0"}}},

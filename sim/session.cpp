@@ -7,7 +7,7 @@
 #include <ctime>
 #include <iostream>
 
-#include "sim/firmware_generator.h"
+#include "sim/served_files.h"
 
 namespace fs = std::filesystem;
 
@@ -63,41 +63,22 @@ Session::Session(const Options& options, const Scenario& scenario, SignalWatch& 
       display_(display),
       root_(options.root, options.keep),
       properties_(root_.path()),
+      uevents_(root_.path()),
       judge_(scenario_),
       patience_(time_limit(options)) {
     if (options_.transcript) transcript_.emplace(*options_.transcript);
-    make_firmware();
+    make_coprocessor();
     prepare_properties();
     files_ = std::make_unique<DeviceFs>(root_.path(), scenario_.start, *coprocessor_);
 }
 
-void Session::make_firmware() {
-    const fs::path directory = root_.firmware_directory();
-    fs::path images = directory / "image";
-    const fs::path versions = directory / "verinfo";
-    if (options_.firmware) {
-        const fs::path given = fs::canonical(*options_.firmware);
-        fs::create_directory_symlink(given, images);
-        // On a device it lies beside the image directory.
-        const fs::path beside = given.parent_path() / "verinfo";
-        if (fs::is_directory(beside)) fs::create_directory_symlink(beside, versions);
-        images = given;  // the name that an error message should tell
-    } else {
-        fs::create_directory(images);
-        fs::create_directory(versions);
-        generate_images(images);
-        generate_version_file(versions / "ver_info.txt");
-    }
-    FirmwareBundle firmware =
-        FirmwareBundle::load(images, versions / "ver_info.txt", scenario_.start.platform);
-    if (options_.firmware) {
-        for (const std::string& note : firmware.notes) std::cerr << "marlo-sim: " << note << "\n";
-    }
+void Session::make_coprocessor() {
+    FirmwareBundle firmware = provide_firmware(root_, options_, scenario_.start);
     Behaviour behaviour = behaviour_for(scenario_, firmware);
-    if (options_.fragment) behaviour.fragment_size = *options_.fragment;
-    if (options_.flash_rate) behaviour.flash_rate = *options_.flash_rate;
     behaviour.faults.insert(behaviour.faults.begin(), options_.faults.begin(),
                             options_.faults.end());
+    if (options_.fragment) behaviour.fragment_size = *options_.fragment;
+    if (options_.flash_rate) behaviour.flash_rate = *options_.flash_rate;
     coprocessor_ = std::make_unique<Coprocessor>(behaviour, std::move(firmware),
                                                  static_cast<Observer&>(*this));
 }
@@ -206,7 +187,14 @@ void Session::take_daemon_end() {
 void Session::advance() {
     coprocessor_->set_time(now());
     files_->serve_channels();
-    while (const auto change = judge_.take_stimulus()) properties_.set(change->name, change->value);
+    while (const auto stimulus = judge_.take_stimulus()) {
+        if (const auto* change = std::get_if<PropertyChange>(&*stimulus)) {
+            properties_.set(change->name, change->value);
+        } else {
+            coprocessor_->restart_announced(std::get<Restart>(*stimulus).length);
+            files_->serve_channels();
+        }
+    }
 }
 
 Verdict Session::verdict() {
@@ -245,6 +233,7 @@ void Session::emit(EventKind kind, nlohmann::json fields) {
 
 void Session::event(const Event& event) {
     judge_.event(event);
+    if (event.kind == EventKind::kUevent) uevents_.announce(event.fields.at("marlo_event"));
     if (transcript_) transcript_->event(event);
     display_.event(event);
 }

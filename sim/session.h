@@ -18,6 +18,7 @@
 #include "sim/scenario.h"
 #include "sim/signal_watch.h"
 #include "sim/transcript.h"
+#include "sim/uevent_socket.h"
 
 namespace sim {
 
@@ -47,7 +48,7 @@ class Session : private Observer {
   private:
     void event(const Event& event) override;  // of the model and of this class
 
-    void make_firmware();
+    void make_coprocessor();
     void prepare_properties();
     void wait();
     std::optional<Time> next_deadline() const;
@@ -68,6 +69,7 @@ class Session : private Observer {
     Display& display_;
     Root root_;
     PropertyFiles properties_;
+    UeventSocket uevents_;
     std::optional<Transcript> transcript_;
     Judge judge_;
     Patience patience_;

@@ -33,16 +33,20 @@ class Play {
             {"soft reset", {0, 0}},
             {"TWM exit", {1, 0}},
             {"save dump", {7, 0}},
-            {"boot status 1", {8, 1}}};
+            {"boot status 1", {8, 1}},
+            {"boot status 2", {8, 2}}};
         const size_t equals = words.find('=');
         if (equals != words.npos) {
             return tell(EventKind::kProperty,
                         {{"name", words.substr(0, equals)}, {"value", words.substr(equals + 1)}});
         }
-        if (words == "session begins") return begin_session();
+        if (words == "session begins") return host.answer(1);
         if (words == "session ends") return host.answer();
+        if (words == "state INIT" || words == "state refused") return begin_download();
+        if (words.starts_with("state ")) return go_on();
+        if (words == "unknown image" || words == "session cancelled") return host.answer();
         if (words == "reset") return (void)host.reset();
-        if (words == "query version") return (void)host.query_version();
+        if (words.starts_with("query version")) return (void)host.query_version();
         if (words.starts_with("SPI ")) return (void)host.spi(words == "SPI busy");
         if (words == "exit 237") return tell(EventKind::kDaemon, {{"exit", 237}});
         for (const auto& [name, command] : boot_commands) {
@@ -55,8 +59,9 @@ class Play {
 
     void perform_all(const Scenario& scenario, size_t count) {
         for (size_t i = 0; i < count; ++i) {
-            if (const auto change = judge.take_stimulus()) {
-                perform(change->name + "=" + change->value);
+            const auto stimulus = judge.take_stimulus();
+            if (stimulus && std::holds_alternative<Restart>(*stimulus)) {
+                host.model.restart_announced(std::get<Restart>(*stimulus).length);
             } else {
                 perform(scenario.steps[i].words);
             }
@@ -78,12 +83,19 @@ class Play {
     Time now = 5s;
 
   private:
-    void begin_session() {
+    void begin_download() {
         host.model.open_channel(Channel::kDfu);
         host.model.write_wake_lock(std::string_view("MARLODAEMON_WAKEUP", 19));
         host.erase_all();
         host.ask_state();
-        host.answer(1);
+    }
+    void go_on() {
+        host.answer();
+        host.model.close_channel(Channel::kDfu);
+        now += 1s;
+        host.model.set_time(now);
+        host.model.open_channel(Channel::kDfu);
+        host.ask_state();
     }
 };
 
@@ -145,6 +157,48 @@ TEST(Judge, NamesWhatCameInsteadOfWhat) {
               "expected get boot mode FLASH after the start; got exit 237");
     // A failed check of the model comes before everything else.
     EXPECT_EQ(why_after("update", {"load"}), "load while the SPI bus is not marked busy");
+}
+
+Verdict verdict_of(const Scenario& scenario, const std::vector<std::string>& words) {
+    Play play(scenario);
+    for (const std::string& step : words) play.perform(step);
+    return play.verdict_at(60s);
+}
+
+TEST(Judge, StepOfAnotherThreadMayComeBeforeTheOneInFrontOfIt) {
+    Scenario scenario = *find_scenario("host");
+    scenario.logs.clear();
+    scenario.end = {.boot_mode = kHostMode, .running = false, .spi_busy = true};
+    scenario.steps = {"a=1", "b=1",      Step::early("x=1"),  Step::early("y=1"),
+                      "c=1", "SPI busy", "set boot mode HOST"};
+    const std::vector<std::string> end = {"SPI busy", "set boot mode HOST"};
+    const std::pair<std::vector<std::string>, const char*> table[] = {
+        {{"a=1", "b=1", "x=1", "y=1", "c=1"}, ""},
+        {{"a=1", "y=1", "x=1", "b=1", "c=1"}, ""},
+        {{"a=1", "x=1", "b=1", "y=1", "c=1"}, ""},
+        {{"x=1"}, "expected a=1 after the start; got x=1"},
+        {{"a=1", "x=1", "x=1"}, "expected b=1 after x=1; got x=1"},
+        {{"a=1", "b=1", "x=1", "c=1"}, "expected y=1 after x=1; got c=1"},
+        {{"a=1", "x=1", "y=1", "c=1"}, "expected b=1 after y=1; got c=1"}};
+    for (auto [words, why] : table) {
+        words.insert(words.end(), end.begin(), end.end());
+        EXPECT_EQ(verdict_of(scenario, words).why, why);
+        EXPECT_EQ(verdict_of(scenario, words).outcome, *why ? Verdict::kFail : Verdict::kPass);
+    }
+}
+
+TEST(Judge, AsksForARestartWhenItsTurnHasCome) {
+    Scenario scenario = *find_scenario("host");
+    scenario.steps = {"a=1", Restart{100ms}, "b=1"};
+    Play play(scenario);
+    EXPECT_FALSE(play.judge.take_stimulus());
+    play.perform("a=1");
+    EXPECT_EQ(play.judge.waiting_for(), "nothing before restart after a=1");
+    const auto stimulus = play.judge.take_stimulus();
+    ASSERT_TRUE(stimulus);
+    EXPECT_EQ(std::get<Restart>(*stimulus).length, 100ms);
+    EXPECT_FALSE(play.judge.take_stimulus());
+    EXPECT_EQ(play.judge.waiting_for(), "b=1 after restart");
 }
 
 TEST(Judge, LooksAtTheFlashInTheEnd) {

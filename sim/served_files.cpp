@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/served_files.h"
+
+#include <iostream>
+
+#include "sim/firmware_generator.h"
+
+namespace fs = std::filesystem;
+
+namespace sim {
+namespace {
+
+void link_given_firmware(const fs::path& given, const Root& root) {
+    fs::create_directory_symlink(given, root.firmware_directory() / "image");
+    // On a device it lies beside the image directory.
+    const fs::path beside = given.parent_path() / "verinfo";
+    if (!fs::is_directory(beside)) return;
+    fs::create_directory_symlink(beside, root.firmware_directory() / "verinfo");
+}
+
+void generate_firmware(const Root& root) {
+    const fs::path images = root.firmware_directory() / "image";
+    const fs::path versions = root.firmware_directory() / "verinfo";
+    fs::create_directory(images);
+    fs::create_directory(versions);
+    generate_images(images);
+    generate_version_file(versions / "ver_info.txt");
+}
+
+}  // namespace
+
+FirmwareBundle provide_firmware(const Root& root, const Options& options, const Start& start) {
+    const fs::path versions = root.firmware_directory() / "verinfo/ver_info.txt";
+    if (!options.firmware) {
+        generate_firmware(root);
+        const fs::path images = root.firmware_directory() / "image";
+        FirmwareBundle firmware = FirmwareBundle::load(images, versions, start.platform);
+        if (!start.flash_image) fs::remove(images / "flash.bin");
+        return firmware;
+    }
+    if (!start.flash_image) {
+        throw std::runtime_error(
+            "--firmware: the scenario takes flash.bin away, which it does "
+            "with generated images only");
+    }
+    const fs::path given = fs::canonical(*options.firmware);
+    link_given_firmware(given, root);
+    // By the name that an error message should tell.
+    FirmwareBundle firmware = FirmwareBundle::load(given, versions, start.platform);
+    for (const std::string& note : firmware.notes) std::cerr << "marlo-sim: " << note << "\n";
+    return firmware;
+}
+
+}  // namespace sim
