@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "fwupdater/misc_data_messages.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+using Bytes = std::vector<uint8_t>;
+using misc_data::DataCutter;
+using misc_data::Piece;
+
+namespace {
+
+template <size_t Size>
+Bytes bytes_of(const std::array<uint8_t, Size>& packet) {
+    return Bytes(packet.begin(), packet.end());
+}
+
+// The pieces as KIND/SIZE/SEQUENCE, equal ones in a row as KIND/SIZE/FIRST-LAST. Judges that they
+// follow each other without a gap and end with the data.
+std::string pieces_text(uint32_t limit, uint32_t total) {
+    DataCutter cutter(limit, total);
+    if (!cutter.can_advance()) {
+        return "fails";
+    }
+    std::string text;
+    uint32_t offset = 0;
+    Piece run = {};
+    const auto close_run = [&](uint32_t last) {
+        text += std::to_string(run.kind) + "/" + std::to_string(run.size) + "/" +
+                std::to_string(run.sequence);
+        text += last > run.sequence ? "-" + std::to_string(last) + " " : " ";
+    };
+    for (Piece piece = {}; piece.kind != misc_data::PACKET_LAST_DATA;) {
+        piece = cutter.next();
+        EXPECT_EQ(piece.offset, offset) << limit << " " << total;
+        offset += piece.size;
+        if (piece.kind != run.kind || piece.size != run.size) {
+            if (run.sequence > 0) {
+                close_run(piece.sequence - 1);
+            }
+            run = piece;
+        }
+        if (piece.kind == misc_data::PACKET_LAST_DATA) {
+            close_run(piece.sequence);
+        }
+    }
+    EXPECT_EQ(offset, total) << limit;
+    text.pop_back();
+    return text;
+}
+
+}  // namespace
+
+TEST(MiscDataMessages, GoldenVectors) {
+    EXPECT_EQ(bytes_of(misc_data::start_packet(1, 0x01020304)),
+              (Bytes{0, 0, 0, 0, 1, 0, 0, 0, 4, 3, 2, 1, 0, 0, 0, 0}));
+    EXPECT_EQ(bytes_of(misc_data::start_packet(0xABCD, 0)),
+              (Bytes{0, 0, 0, 0, 0xCD, 0xAB, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(bytes_of(misc_data::crc_packet(1, 0xCBF43926)),
+              (Bytes{4, 0, 0, 0, 1, 0, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0, 0x26, 0x39, 0xF4, 0xCB}));
+    EXPECT_EQ(bytes_of(misc_data::finish_packet()),
+              (Bytes{5, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    const Bytes data = {0xD0, 0xD1, 0xD2, 0xD3, 0xD4};
+    Bytes packet(100, 0xEE);  // what a buffer held before does not show through
+    misc_data::build_data_packet(packet, 1, {misc_data::PACKET_DATA, 1, 3, 0x0201}, data);
+    EXPECT_EQ(packet, (Bytes{1, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 1, 2, 0, 0, 0xD1, 0xD2, 0xD3}));
+    misc_data::build_data_packet(packet, 1, {misc_data::PACKET_LAST_DATA, 5, 0, 1}, data);
+    EXPECT_EQ(packet, (Bytes{2, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0}));
+}
+
+TEST(MiscDataMessages, Answer) {
+    glink__shm_packet_response answer;
+    EXPECT_EQ(answer.status(), 0);
+    EXPECT_EQ(answer.max_payload_size(), 0U);
+    answer.bytes = {9, 9, 9, 9, 9,    9,    9,    9,    9,    9,    9,    9,
+                    9, 9, 9, 9, 0xFE, 0xFF, 0xFF, 0xFF, 0x04, 0x03, 0x02, 0x81};
+    EXPECT_EQ(answer.status(), -2);
+    EXPECT_EQ(answer.max_payload_size(), 0x81020304U);
+}
+
+TEST(MiscDataMessages, DataIsCutAsTheLimitAllows) {
+    constexpr uint32_t kTotals[] = {0, 1, 47, 48, 49, 96, 97, 98};
+    using Row = std::array<const char*, std::size(kTotals)>;
+    constexpr Row kOnePacket = {"2/0/1",  "2/1/1",  "2/47/1", "2/48/1",
+                                "2/49/1", "2/96/1", "2/97/1", "2/98/1"};
+    struct Limit {
+        uint32_t limit;
+        Row pieces;
+    };
+    for (const Limit& row : {
+             Limit{0, kOnePacket},
+             {15, kOnePacket},
+             {16, {"2/0/1", "2/1/1", "fails", "fails", "fails", "fails", "fails", "fails"}},
+             {17,
+              {"2/0/1", "2/1/1", "1/1/1-45 2/2/46", "1/1/1-46 2/2/47", "1/1/1-47 2/2/48",
+               "1/1/1-94 2/2/95", "1/1/1-95 2/2/96", "1/1/1-96 2/2/97"}},
+             {64,
+              {"2/0/1", "2/1/1", "2/47/1", "2/48/1", "2/49/1", "1/48/1 2/48/2", "1/48/1 2/49/2",
+               "1/48/1-2 2/2/3"}},
+             {4096, kOnePacket},
+             {0xFFFFFFFF, kOnePacket},
+         }) {
+        for (size_t column = 0; column < std::size(kTotals); ++column) {
+            EXPECT_EQ(pieces_text(row.limit, kTotals[column]), row.pieces[column])
+                << "limit " << row.limit << ", " << kTotals[column] << " bytes";
+        }
+    }
+    EXPECT_EQ(pieces_text(64, 100), "1/48/1-2 2/4/3");
+    EXPECT_EQ(pieces_text(18, 2), "2/2/1");
+    EXPECT_EQ(pieces_text(17, 2), "2/2/1");
+    EXPECT_EQ(pieces_text(16, 2), "fails");
+}
+
+// The end of the second packet, 0x11FFFFFE0, is above 2^32.
+TEST(MiscDataMessages, NoPieceReachesBeyondTheData) {
+    EXPECT_EQ(pieces_text(0x90000000, 0xF0000000), "1/2415919088/1 2/1610612752/2");
+    EXPECT_EQ(pieces_text(0x60000000, 0xF0000000), "1/1610612720/1-2 2/805306400/3");
+}
+
+TEST(MiscDataMessages, RestInOnePiece) {
+    DataCutter cutter(20, 100);
+    EXPECT_EQ(cutter.next().size, 4U);
+    cutter.take_rest_in_one();
+    const Piece last = cutter.next();
+    EXPECT_EQ(last.kind, misc_data::PACKET_LAST_DATA);
+    EXPECT_EQ(last.offset, 4U);
+    EXPECT_EQ(last.size, 96U);
+    EXPECT_EQ(last.sequence, 2U);
+    DataCutter stuck(16, 100);
+    stuck.take_rest_in_one();
+    EXPECT_TRUE(stuck.can_advance());
+    EXPECT_EQ(stuck.next().size, 100U);
+}
