@@ -105,10 +105,8 @@ int marlo_fw_updater::send_aon_request(uint32_t command_id, const dfu::Payload& 
         return 0;
     }
     int result = 0;
-    if (glink_interface* transport = glinkInterface) {
+    if (glink_interface* transport = transport_for("send_aon_request")) {
         result = transport->send_request(message.data(), static_cast<unsigned>(message.size()));
-    } else {
-        MARLO_LOG(error, "glinkInterface != nullptr");
     }
     message_buffer_.give_back(std::move(message));
     return result;

@@ -131,14 +131,7 @@ void marlo_fw_updater::append_fixed_image(int32_t img_id, const char* name, cons
 }
 
 std::vector<uint8_t> marlo_fw_updater::readFile(const std::string& path) {
-    const std::string full_path = fw_image_dir + path;
-    MARLO_LOG(debug, "readFile Path : %s", full_path.c_str());
-    std::optional<std::vector<uint8_t>> bytes = read_regular_file(full_path);
-    if (!bytes) {
-        MARLO_LOG(error, "File open failed : %s", full_path.c_str());
-        return {};
-    }
-    return *std::move(bytes);
+    return read_logged_file(fw_image_dir + path, __func__).value_or(std::vector<uint8_t>());
 }
 
 bool marlo_fw_updater::checkForFlashbin() {

@@ -44,6 +44,15 @@ std::optional<Bytes> read_regular_file(int fd, const std::string& path) {
     return bytes;
 }
 
+std::optional<Bytes> read_logged_file(const std::string& path, const char* function) {
+    MARLO_LOG_FOR(function, debug, "readFile Path : %s", path.c_str());
+    std::optional<Bytes> bytes = read_regular_file(path);
+    if (!bytes) {
+        MARLO_LOG_FOR(function, error, "File open failed : %s", path.c_str());
+    }
+    return bytes;
+}
+
 std::optional<Bytes> read_regular_file(const std::string& path) {
     const int fd = os::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {

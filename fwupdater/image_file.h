@@ -11,5 +11,8 @@
 // memory; only the last is logged here. Never waits for a writer. Safe on any thread.
 std::optional<std::vector<uint8_t>> read_regular_file(const std::string& path);
 
+// The same as a step of `function`, in whose name the path is logged, and a file that is not read.
+std::optional<std::vector<uint8_t>> read_logged_file(const std::string& path, const char* function);
+
 // The same of a file that is open already; `path` is its name for the log.
 std::optional<std::vector<uint8_t>> read_regular_file(int fd, const std::string& path);

@@ -29,7 +29,7 @@ marlo_fw_updater::marlo_fw_updater(TransportFactory make_transport)
 }
 
 marlo_fw_updater::~marlo_fw_updater() {
-    delete glinkInterface.exchange(nullptr);
+    delete_transport();
 }
 
 void marlo_fw_updater::startMarloDownloaderWithCallback(Callback* cb) {
@@ -54,12 +54,28 @@ void marlo_fw_updater::startMarloDownloaderWithCallback(Callback* cb) {
 void marlo_fw_updater::endMarloDownloader() {
     MARLO_LOG(debug, "endMarloDownloader");
     truncateFwResources();
-    // Unset first, so that nobody finds a transport that is being destroyed.
+    delete_transport();
+    last_report(__func__, [this] { report(Callback::STATUS_ENDED, "MarloDownloader END"); });
+}
+
+glink_interface* marlo_fw_updater::transport_for(const char* function) {
+    glink_interface* transport = glinkInterface;
+    if (transport == nullptr) {
+        MARLO_LOG_FOR(function, error, "glinkInterface != nullptr");
+    }
+    return transport;
+}
+
+// Unset first, so that nobody finds a transport that is being destroyed.
+void marlo_fw_updater::delete_transport() {
     delete glinkInterface.exchange(nullptr);
+}
+
+void marlo_fw_updater::last_report(const char* function, const std::function<void()>& report_it) {
     try {
-        report(Callback::STATUS_ENDED, "MarloDownloader END");
+        report_it();
     } catch (const std::runtime_error& error) {
-        MARLO_LOG(error, "FATAL: failed : %s", error.what());
+        MARLO_LOG_FOR(function, error, "FATAL: failed : %s", error.what());
     }
 }
 

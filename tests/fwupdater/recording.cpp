@@ -3,6 +3,9 @@
 
 #include <zlib.h>
 
+#include <algorithm>
+#include <cerrno>
+
 namespace {
 
 uint32_t word(const Bytes& bytes, size_t offset) {
@@ -11,6 +14,12 @@ uint32_t word(const Bytes& bytes, size_t offset) {
         value = value << 8 | bytes.at(offset + index);
     }
     return value;
+}
+
+void append_word(Bytes& bytes, uint32_t value) {
+    for (int shift = 0; shift < 32; shift += 8) {
+        bytes.push_back(static_cast<uint8_t>(value >> shift));
+    }
 }
 
 constexpr const char* kStatusNames[] = {"started", "info",  "erase-done",   "error",
@@ -22,10 +31,15 @@ Bytes message(uint32_t id, const std::vector<uint32_t>& words) {
     Bytes bytes(16);
     bytes[0] = static_cast<uint8_t>(id);
     for (const uint32_t value : words) {
-        for (int shift = 0; shift < 32; shift += 8) {
-            bytes.push_back(static_cast<uint8_t>(value >> shift));
-        }
+        append_word(bytes, value);
     }
+    return bytes;
+}
+
+Bytes misc_answer(const Answer& answer) {
+    Bytes bytes(16, 0xEE);
+    append_word(bytes, static_cast<uint32_t>(answer.status));
+    append_word(bytes, answer.limit);
     return bytes;
 }
 
@@ -47,6 +61,19 @@ std::string packet_text(const Bytes& packet) {
     return text;
 }
 
+std::string misc_packet_text(const Bytes& packet) {
+    std::string text = std::to_string(word(packet, 0)) + ":";
+    for (size_t offset = 4; offset < 16; offset += 4) {
+        text += " " + std::to_string(word(packet, offset));
+    }
+    if (word(packet, 0) == 4) {
+        char digits[10];
+        snprintf(digits, sizeof(digits), " %08x", word(packet, 16));
+        return text + digits + std::string(packet.begin() + 20, packet.end());
+    }
+    return text + (packet.size() > 16 ? " " : "") + std::string(packet.begin() + 16, packet.end());
+}
+
 void Recording::note(const std::string& line) {
     const std::lock_guard lock(lock_);
     const std::string property = scripted::platform().property("persist.vendor.zt_aon.dfu_update");
@@ -64,16 +91,16 @@ Lines Recording::take() {
 void Recording::handleDFUResponse(std::string message, Status status) {
     note(std::string(kStatusNames[status]) + " " + message);
 }
-void Recording::handleSHMResponse(std::string message, Status) {
-    note("unexpected " + message);
+void Recording::handleSHMResponse(std::string message, Status status) {
+    note(std::string("misc ") + kStatusNames[status] + " " + message);
 }
 void Recording::onDFUStateRecived(DFUState state) {
     note("state " + std::to_string(static_cast<uint32_t>(state)));
 }
 
 RecordingTransport::RecordingTransport(glink_conn_config config, Recording& recording,
-                                       std::deque<int>& results, bool opens)
-    : recording_(recording), results_(results), opens_(opens) {
+                                       TransportScript& script)
+    : recording_(recording), script_(script) {
     recording_.note(std::string("make ") + config.channel_name + " " +
                     std::to_string(config.read_size));
 }
@@ -89,28 +116,48 @@ int RecordingTransport::register_cb(glink_data_callback data_cb, glink_error_cal
 }
 
 int RecordingTransport::send_request(unsigned char* buf, unsigned int len) {
-    recording_.note("send " + packet_text(Bytes(buf, buf + len)));
-    if (results_.empty()) {
+    recording_.note("send " + script_.text(Bytes(buf, buf + len)));
+    if (script_.results.empty()) {
         return static_cast<int>(len);
     }
-    const int result = results_.front();
-    results_.pop_front();
+    const int result = script_.results.front();
+    script_.results.pop_front();
     return result;
+}
+
+int RecordingTransport::read_response(unsigned char* buf, unsigned int len) {
+    Answer answer = script_.usual_answer;
+    if (!script_.answers.empty()) {
+        answer = script_.answers.front();
+        script_.answers.pop_front();
+    }
+    if (answer.error != 0) {
+        errno = answer.error;
+        return -1;
+    }
+    const Bytes bytes = misc_answer(answer);
+    EXPECT_EQ(len, bytes.size());
+    if (!answer.brings_nothing) {
+        std::copy_n(bytes.begin(), std::min<size_t>(len, bytes.size()), buf);
+    }
+    return 0;
 }
 
 int RecordingTransport::connect_interface(bool start_reader) {
     recording_.note(start_reader ? "connect with reader" : "connect");
-    if (opens_) {
+    if (script_.opens) {
         return 0;
     }
-    const glink_error_callback error_cb = error_cb_;
-    error_cb(GLINK_OPEN_FAILED);  // may delete this object
+    if (const glink_error_callback error_cb = error_cb_) {
+        error_cb(GLINK_OPEN_FAILED);  // may delete this object
+    }
     return -1;
 }
 
 void UpdaterTest::TearDown() {
     expect({});
-    EXPECT_TRUE(results_.empty()) << results_.size() << " scripted results were not used";
+    EXPECT_TRUE(script_.results.empty()) << script_.results.size() << " results were not used";
+    EXPECT_TRUE(script_.answers.empty()) << script_.answers.size() << " answers were not used";
 }
 
 void UpdaterTest::table(const std::string& partitions, int boot_loader_offset) {

@@ -24,8 +24,13 @@ Bytes message(uint32_t id, const std::vector<uint32_t>& words = {});
 // A packet in words, "13: 0 4096 8192" or "6: 2 8 4 (ab cd 00 00)", judged with zlib's CRC.
 std::string packet_text(const Bytes& packet);
 
-// What an updater did, in order: packets as "send ...", reports as "info ..." and so on,
-// "property ..." whenever the update property changed since the step before.
+// A misc-data packet: its header in words and what it carries, "1: 0 4 2 EFGH" or
+// "4: 0 4 0 cbf43926".
+std::string misc_packet_text(const Bytes& packet);
+
+// What an updater did, in order: packets as "send ...", reports as "info ..." and so on, those of a
+// misc-data transfer as "misc info ...", "property ..." whenever the update property changed since
+// the step before.
 class Recording : public marlo_fw_updater::Callback {
   public:
     void note(const std::string& line);
@@ -41,16 +46,35 @@ class Recording : public marlo_fw_updater::Callback {
     std::string property_;
 };
 
-// The transport of a test: records what is sent, and answers with scripted results.
+// One synchronous read.
+struct Answer {
+    int32_t status = 0;
+    uint32_t limit = 0;
+    int error = 0;                // the read fails with it, and brings nothing
+    bool brings_nothing = false;  // the read succeeds nevertheless
+};
+
+// The answer's bytes; those that nobody looks at are not 0.
+Bytes misc_answer(const Answer& answer);
+
+// How a test's transport behaves.
+struct TransportScript {
+    bool opens = true;
+    std::deque<int> results;     // of the next sends; the byte count when empty
+    std::deque<Answer> answers;  // to the next reads; `usual_answer` when empty
+    Answer usual_answer;
+    std::string (*text)(const Bytes& packet) = packet_text;
+};
+
+// The transport of a test: records what is sent, and answers as scripted.
 class RecordingTransport : public glink_interface {
   public:
-    RecordingTransport(glink_conn_config config, Recording& recording, std::deque<int>& results,
-                       bool opens);
+    RecordingTransport(glink_conn_config config, Recording& recording, TransportScript& script);
     ~RecordingTransport() override;
 
     int register_cb(glink_data_callback data_cb, glink_error_callback err_cb) override;
     int send_request(unsigned char* buf, unsigned int len) override;
-    int read_response(unsigned char*, unsigned int) override { return -1; }
+    int read_response(unsigned char* buf, unsigned int len) override;
     int connect_interface(bool start_reader) override;
     void disconnect_interface() override {}
 
@@ -59,8 +83,7 @@ class RecordingTransport : public glink_interface {
 
   private:
     Recording& recording_;
-    std::deque<int>& results_;
-    bool opens_;
+    TransportScript& script_;
     glink_data_callback data_cb_;
     glink_error_callback error_cb_;
 };
@@ -87,11 +110,10 @@ class UpdaterTest : public ::testing::Test {
     }
 
     Recording recording_;
-    std::deque<int> results_;  // of the next sends; the byte count when empty
-    bool opens_ = true;
+    TransportScript script_;
     RecordingTransport* transport_ = nullptr;
     marlo_fw_updater updater_{[this](glink_conn_config config) {
-        auto made = std::make_unique<RecordingTransport>(config, recording_, results_, opens_);
+        auto made = std::make_unique<RecordingTransport>(config, recording_, script_);
         transport_ = made.get();
         return made;
     }};

@@ -143,7 +143,7 @@ TEST_F(Session, EndIsAnsweredAndReleasesTheImages) {
 
 TEST_F(Session, UnsentEndReleasesTheImagesAndStaysUnfinished) {
     begin();
-    results_ = {0};
+    script_.results = {0};
     updater_.sendSessionEndRes();
     expect({"send 12: 0 0 0"});
     EXPECT_FALSE(updater_.checkForFlashbin());
@@ -153,7 +153,7 @@ TEST_F(Session, UnsentEndReleasesTheImagesAndStaysUnfinished) {
 
 TEST_F(Session, UpdateRequest) {
     begin();
-    results_ = {-5, 0};
+    script_.results = {-5, 0};
     updater_.marloFirmwareUpdateReq();
     updater_.marloFirmwareUpdateReq();
     expect({"send 1: 1 0 0 49 4d 47 20 55 50 44 54", "send 1: 1 0 0 49 4d 47 20 55 50 44 54"});
@@ -177,7 +177,7 @@ TEST_F(Session, UpdateRequestReopensAFinishedSession) {
 }
 
 TEST_F(Session, FailedOpenDeletesTheTransportInsideConnect) {
-    opens_ = false;
+    script_.opens = false;
     updater_.startMarloDownloaderWithCallback(&recording_);
     expect({"make glink_pkt_marlo_dfu 44", "register", "connect with reader",
             "channel-error Marlo dfu channel open failed", "delete", "ended MarloDownloader END"});
@@ -200,7 +200,7 @@ TEST_F(Session, RequestsWithoutATransportReturnZero) {
     EXPECT_EQ(logged(", glinkInterface != nullptr"), 1U);
     begin();
     EXPECT_EQ(updater_.send_aon_request(12, nullptr, 0), 16);
-    results_ = {7};
+    script_.results = {7};
     EXPECT_EQ(updater_.send_aon_request(12, payload, 0), 7);
     expect({"send 12:", "send 12:"});
 }

@@ -41,3 +41,23 @@ TEST_F(UpdaterTest, ImagesMayGoWhileTheyAreServed) {
                                            "send 13: 0 0 1", "send 13: 1 0 0"));
     }
 }
+
+// The same for misc data: its resources are dropped and loaded again while they are sent.
+TEST_F(UpdaterTest, MiscDataMayGoWhileItIsSent) {
+    scripted::platform().file("/vendor/bt_firmware/image/mrnv20.bin", "settings");
+    script_.text = misc_packet_text;
+    updater_.startMarloSHMUpdater(nullptr);
+    std::thread sender([this] {
+        for (int round = 0; round < 300; ++round) {
+            updater_.marloMiscDataUpdateReq();
+        }
+    });
+    for (int round = 0; round < 300; ++round) {
+        updater_.truncateMiscFwResources();
+        updater_.loadAndSaveMiscFw();
+    }
+    sender.join();
+    recording_.take();
+    updater_.marloMiscDataUpdateReq();
+    expect({"send 0: 1 8 0", "send 2: 1 8 1 settings", "send 4: 1 4 0 e545a0c5", "send 5: 0 0 0"});
+}
