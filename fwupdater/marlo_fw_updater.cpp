@@ -13,13 +13,9 @@ namespace {
 
 constexpr const char* kChannelName = "glink_pkt_marlo_dfu";
 
-std::unique_ptr<glink_interface> make_glink(glink_conn_config config) {
-    return std::make_unique<marlo_glink>(config);
-}
-
 }  // namespace
 
-marlo_fw_updater::marlo_fw_updater() : marlo_fw_updater(make_glink) {}
+marlo_fw_updater::marlo_fw_updater() : marlo_fw_updater(make_marlo_glink) {}
 
 marlo_fw_updater::marlo_fw_updater(TransportFactory make_transport)
     : make_transport_(std::move(make_transport)) {

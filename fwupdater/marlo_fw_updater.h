@@ -59,9 +59,6 @@ class marlo_fw_updater {
         virtual ~Callback() = default;
     };
 
-    // Makes the transport of a session: a marlo_glink, unless told otherwise.
-    using TransportFactory = std::function<std::unique_ptr<glink_interface>(glink_conn_config)>;
-
     // Sets the process-wide log tag and level: to be constructed before other threads exist.
     marlo_fw_updater();
     explicit marlo_fw_updater(TransportFactory make_transport);

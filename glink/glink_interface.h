@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 
 // One packet channel to the co-processor, as its users see it. A user constructs a transport from
 // a glink_conn_config, registers its callbacks, connects, sends requests, disconnects and deletes
@@ -48,3 +49,7 @@ class glink_interface {
 
     virtual ~glink_interface() = default;
 };
+
+// How a user makes its transport: with make_marlo_glink (glink/marlo_glink.h), unless told
+// otherwise.
+using TransportFactory = std::function<std::unique_ptr<glink_interface>(glink_conn_config)>;

@@ -179,3 +179,7 @@ void marlo_glink::glink_disconnect(bool join_reader) {
     }
     _s_chnl_fd = -1;
 }
+
+std::unique_ptr<glink_interface> make_marlo_glink(glink_conn_config config) {
+    return std::make_unique<marlo_glink>(config);
+}

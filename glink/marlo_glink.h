@@ -108,3 +108,5 @@ class marlo_glink : public glink_interface {
     // Every record registered so far: the reader thread may still be calling an earlier one.
     std::vector<std::unique_ptr<glink_register_cb>> _registered;
 };
+
+std::unique_ptr<glink_interface> make_marlo_glink(glink_conn_config config);
