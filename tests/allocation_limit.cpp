@@ -20,6 +20,13 @@ AllocationLimit::~AllocationLimit() {
     g_limit = SIZE_MAX;
 }
 
+// The linker leads the program's calls of calloc here (--wrap).
+extern "C" void* __real_calloc(size_t count, size_t size);
+extern "C" void* __wrap_calloc(size_t count, size_t size);
+extern "C" void* __wrap_calloc(size_t count, size_t size) {
+    return size != 0 && count > g_limit / size ? nullptr : __real_calloc(count, size);
+}
+
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
     return size > g_limit ? nullptr : std::malloc(size == 0 ? 1 : size);
 }

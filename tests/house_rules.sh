@@ -11,7 +11,7 @@ rule() { # TEXT LINES
     printf '%s:\n%s\n' "$1" "$2"
 }
 
-product=(daemon comhandler glink fwupdater wire)
+product=(daemon comhandler glink fwupdater rma wire)
 
 rule "The kernel is reached through platform/ only" "$(
     git grep -nE '#include <(fcntl|unistd|poll|sys/ioctl|sys/mman)\.h>' -- "${product[@]}"
@@ -20,16 +20,18 @@ rule "No #ifdef for a system outside platform/" "$(
     git grep -nE '#.*\b(__ANDROID__|__linux__|__GLIBC__)\b' -- "${product[@]}" sim 'tests/*.cpp' 'tests/*.h'
 )"
 rule "The virtual co-processor includes nothing of the product" "$(
-    git grep -nE '#include "(daemon|comhandler|glink|fwupdater|wire|platform)/' -- sim
+    git grep -nE '#include "(daemon|comhandler|glink|fwupdater|rma|wire|platform)/' -- sim
 )"
 rule "Rooms do not point backwards" "$(
     git grep -nE '#include "(comhandler/MarloComHandler|daemon/(Marlo|DFU)|fwupdater|rma)' -- \
         comhandler/client_wakelock.* glink wire platform
-    git grep -nE '#include "(glink|fwupdater|daemon/(Marlo|DFU))' -- comhandler
-    git grep -nE '#include "(daemon/(Marlo|DFU)|comhandler/MarloComHandler)' -- fwupdater
+    git grep -nE '#include "(glink|fwupdater|rma|daemon/(Marlo|DFU))' -- comhandler
+    git grep -nE '#include "(daemon/(Marlo|DFU)|comhandler/MarloComHandler)' -- fwupdater rma
+    git grep -nE '#include "rma/' -- fwupdater
+    git grep -nE '#include "fwupdater/' -- rma
 )"
 rule "No packet is cast to a record" "$(
-    git grep -nE 'reinterpret_cast' -- glink fwupdater wire daemon |
+    git grep -nE 'reinterpret_cast' -- glink fwupdater rma wire daemon |
         grep -v 'reinterpret_cast<uintptr_t>(this)'
 )"
 rule "A test sleeps" "$(

@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: Apache-2.0
+// The service behind a real transport with its reader thread.
+#include <thread>
+
+#include "comhandler/client_wakelock.h"
+#include "daemon/marlo_deamon_log.h"
+#include "tests/rma/rma_fixture.h"
+
+using scripted::platform;
+using testing::ElementsAre;
+
+namespace {
+
+constexpr char kDevice[] = "/dev/glink_pkt_marlo_rma";
+
+class RmaChannel : public testing::Test {
+  protected:
+    RmaChannel() {
+        scripted::reset_platform();
+        marlo_deamon_log::set_level(marlo_deamon_log::log_level::verbose);
+        // The process's wakelock opens its files once, whichever test is first: not here.
+        client_wakelock::get_instance();
+        platform().device(kDevice);
+        platform().directory(kDirectory, {});
+    }
+
+    static void arrives(const Bytes& packet) { platform().script_read(kDevice, {packet}); }
+
+    static Lines answers() {
+        platform().wait_until_idle();
+        Lines lines;
+        for (const Bytes& answer : platform().written(kDevice)) {
+            lines.push_back(answer_text(answer));
+        }
+        return lines;
+    }
+};
+
+TEST_F(RmaChannel, APartitionIsConnectedWrittenAndReadBack) {
+    {
+        marlo_rma rma;
+        rma.startMarloRmaConnection();
+        Bytes block(100);
+        for (size_t index = 0; index < block.size(); ++index) {
+            block[index] = static_cast<uint8_t>(index + 1);
+        }
+        arrives(message(rma::CONNECT, {0, 7, 1, 4096, 0, 0, 5}));
+        // Longer than the first read of a packet.
+        arrives(
+            message(rma::DATA_WRITE, {7, 7, 4000, 96, 0}, Bytes(block.begin(), block.end() - 4)));
+        arrives(message(rma::DATA_WRITE, {7, 7, 4000, 97, 0}, Bytes(97, 1)));
+        arrives(message(rma::DATA_READ, {7, 7, 3999, 3}));
+        arrives(message(rma::DISCONNECT, {0, 7}));
+        EXPECT_THAT(answers(),
+                    ElementsAre("1: 5 0 7 3 4096 4096", "513: 7 5 7 96 0", "513: 7 5 7 97 1",
+                                "257: 7 5 7 3 0 00 01 02", "3: 7 5 7 0"));
+        platform().hang_up(kDevice);
+        arrives(message(rma::DATA_READ, {7, 7, 4093, 5}));
+        EXPECT_EQ(answers().back(), "257: 7 5 7 5 0 5e 5f 60 00 00");
+    }
+    EXPECT_EQ(platform().open_descriptors(), 0);
+}
+
+TEST_F(RmaChannel, TheNextPowerUpIsServedByOneReader) {
+    {
+        marlo_rma rma;
+        rma.startMarloRmaConnection();
+        arrives(message(rma::CONNECT, {0, 7, 1, 16, 0, 0, 5}));
+        EXPECT_EQ(answers().size(), 1u);
+        rma.startMarloRmaConnection();
+        EXPECT_EQ(platform().open_descriptors(), 3);  // one channel, one pipe
+        arrives(message(rma::DISCONNECT, {0, 7}));
+        EXPECT_THAT(answers(), ElementsAre("1: 5 0 7 3 4096 4096", "3: 7 5 7 0"));
+    }
+    EXPECT_EQ(platform().open_descriptors(), 0);
+}
+
+TEST_F(RmaChannel, AChannelThatIsNotThereIsGivenUp) {
+    platform().fail_opens(kDevice, {ENODEV, ENODEV, ENODEV});
+    marlo_rma rma;
+    rma.startMarloRmaConnection();
+    EXPECT_EQ(platform().now_ns(), 3'000'000'000);
+    EXPECT_EQ(platform().count("destructor"), 1u);
+    EXPECT_EQ(rma.send_aon_request(rma::DISCONNECT_RESPONSE, nullptr, 0), 0);
+    rma.startMarloRmaConnection();
+    arrives(message(rma::DISCONNECT));
+    EXPECT_THAT(answers(), ElementsAre("3: 0 0 0 0"));
+}
+
+// For ThreadSanitizer and AddressSanitizer: a boot and a restart connect at once while requests
+// arrive, and the service goes while it answers.
+TEST_F(RmaChannel, StartsMayMeet) {
+    {
+        marlo_rma rma;
+        const auto start = [&rma] {
+            for (int round = 0; round < 20; ++round) {
+                rma.startMarloRmaConnection();
+                arrives(message(rma::CONNECT, {0, 7, 1, 16, 0, 0, 5}));
+                arrives(message(rma::DATA_READ, {7, 7, 0, 16}));
+            }
+        };
+        std::thread boot(start);
+        std::thread restart(start);
+        boot.join();
+        restart.join();
+        arrives(message(rma::DISCONNECT));
+    }
+    EXPECT_EQ(platform().open_descriptors(), 0);
+    EXPECT_EQ(platform().count("glinkInterface (nil)"), 1u);
+}
+
+}  // namespace

@@ -1,0 +1,251 @@
+// SPDX-License-Identifier: Apache-2.0
+// The files of the partitions: how they come to be, what may be read and written, and what is on
+// the disk when an answer leaves.
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include "platform/os.h"
+#include "tests/allocation_limit.h"
+#include "tests/rma/rma_fixture.h"
+
+using scripted::platform;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+const std::string kPartition = "/data/vendor/aon/7177";
+
+// The calls, and the answers among them.
+Lines calls() {
+    return platform().transcript(
+        {"open ", "close ", "pwrite ", "fsync ", "fdatasync ", "rename ", "unlink ", "send "});
+}
+
+TEST_F(RmaTest, APartitionGetsItsNameOnceItIsOnTheDisk) {
+    platform().script_write(kUnfinished, {.data = {}, .accepted = 10});
+    platform().script_write(kUnfinished, scripted::failure(EINTR));
+    platform().fail_call(std::string("fsync ") + kUnfinished, EINTR);
+    connect(7, 17, 16, 4);
+    EXPECT_THAT(
+        calls(),
+        ElementsAre("open /data/vendor/aon/7177 = -1 2", "open /data/vendor/aon/unfinished = 3",
+                    "pwrite /data/vendor/aon/unfinished 10 at 0",
+                    "pwrite /data/vendor/aon/unfinished = -1 4",
+                    "pwrite /data/vendor/aon/unfinished 6 at 10",
+                    "fsync /data/vendor/aon/unfinished = -1 4", "fsync /data/vendor/aon/unfinished",
+                    "close /data/vendor/aon/unfinished",
+                    "rename /data/vendor/aon/unfinished /data/vendor/aon/7177",
+                    "open /data/vendor/aon/ = 3", "fsync /data/vendor/aon/",
+                    "close /data/vendor/aon/", "send 1: 4 0 7 3 4096 4096"));
+    EXPECT_THAT(files(), ElementsAre(kPartition));
+    EXPECT_EQ(contents("7177"), std::string(16, '\0'));
+    struct stat status = {};
+    const int fd = os::open(kPartition.c_str(), O_RDONLY | O_CLOEXEC);
+    os::fstat(fd, &status);
+    os::close(fd);
+    EXPECT_EQ(status.st_mode, mode_t{S_IFREG | 0600});
+}
+
+TEST_F(RmaTest, WhatWasThereStays) {
+    file("7177", "kept");
+    connect(7, 17, 16);
+    EXPECT_EQ(contents("7177"), "kept");
+    EXPECT_EQ(logged("file exists /data/vendor/aon/7177  "), 1u);
+    // What a power cut left of another partition, and one of no size.
+    file("unfinished", "longer than the partition that comes");
+    connect(8, 0, 4);
+    EXPECT_EQ(contents("808"), std::string(4, '\0'));
+    connect(9, 0, 0);
+    EXPECT_EQ(contents("909"), "");
+    EXPECT_EQ(logged("size of file 0 "), 1u);
+    EXPECT_EQ(files().size(), 3u);
+}
+
+TEST_F(RmaTest, ACreationThatFailsLeavesNothing) {
+    const std::string unfinished = kUnfinished;
+    const std::string opening = "File opening failed";
+    const std::string making = "/data/vendor/aon/7177 is not made: ";
+    struct Case {
+        std::function<void()> fault;
+        std::string text;
+    };
+    const std::vector<Case> cases = {
+        // Whether it exists is not known: it must not be replaced.
+        {[&] { platform().fail_opens(kPartition, {EMFILE}); }, opening},
+        {[&] { platform().fail_opens(unfinished, {ENOSPC}); }, opening},
+        {[&] { platform().remove(kDirectory); }, opening},
+        {[&] {
+             platform().script_write(unfinished, {.data = {}, .accepted = 15});
+             platform().script_write(unfinished, scripted::failure(ENOSPC));
+         },
+         making + "No space left on device"},
+        {[&] { platform().script_write(unfinished, {.data = {}, .accepted = 0}); },
+         making + "Input/output error"},
+        {[&] { platform().fail_call("fsync " + unfinished, EDQUOT); },
+         making + "Disk quota exceeded"},
+        {[&] { platform().fail_call("rename " + unfinished + " " + kPartition, EROFS); },
+         making + "Read-only file system"},
+        {[&] { platform().fail_opens(kDirectory, {EMFILE}); }, making + "Too many open files"},
+        {[&] { platform().fail_call(std::string("fsync ") + kDirectory, EIO); },
+         making + "Input/output error"}};
+    for (size_t index = 0; index < cases.size(); ++index) {
+        scripted::reset_platform();
+        platform().directory(kDirectory, {});
+        cases[index].fault();
+        connect(7, 17, 16);
+        EXPECT_THAT(log_lines()[4], "E rma_conn_res_event_cb: " + cases[index].text) << index;
+        EXPECT_THAT(files(), ElementsAre()) << index;
+        EXPECT_EQ(read(0, 4), "257: 5 0 77 4 0") << index;
+        EXPECT_EQ(write(7, 0, {1}), "513: 7 0 77 1 1") << index;
+    }
+}
+
+TEST_F(RmaTest, OnlyRegularFilesArePartitions) {
+    for (const mode_t kind : {mode_t{S_IFIFO}, mode_t{S_IFDIR}, mode_t{S_IFCHR}}) {
+        for (const char* name : {"717", "unfinished"}) {
+            scripted::reset_platform();
+            platform().directory(kDirectory, {});
+            platform().file_mode(std::string(kDirectory) + name, kind | 0600);
+            connect(7, 1, 16);
+            EXPECT_EQ(read(0, 4), "257: 5 0 77 4 0") << kind;
+            EXPECT_EQ(write(7, 0, {1}), "513: 7 0 77 1 1") << kind;
+            EXPECT_EQ(logged("E readFile"), 1u);
+            EXPECT_EQ(logged("File open failed : /data/vendor/aon/717"), 1u);
+            EXPECT_EQ(logged("E AppendToFile"), 1u);
+            EXPECT_EQ(logged("Cannot open file /data/vendor/aon/717"), 1u);
+            EXPECT_EQ(logged(std::string(name) == "717" ? "file exists" : "File opening failed"),
+                      1u);
+        }
+    }
+}
+
+TEST_F(RmaTest, ReadsAndWritesNameTheirFileDifferently) {
+    connect(1, 23, 4);
+    file("1231", "read");
+    file("12345", "kept");
+    EXPECT_EQ(write(45, 0, {'W'}), "513: 45 0 77 1 0");
+    EXPECT_EQ(contents("12345"), "Wept");
+    EXPECT_EQ(read(0, 4), "257: 5 0 77 4 0 72 65 61 64");
+    connect(0xFFFFFFFF, 0, 1);
+    EXPECT_EQ(write(0xFFFFFFFF, 0, {1}), "513: 4294967295 0 77 1 0");
+    EXPECT_EQ(contents("429496729504294967295"), "\x01");
+}
+
+TEST_F(RmaTest, AWriteNeverReachesPastTheEnd) {
+    struct Case {
+        uint32_t offset, size;
+        bool is_written;
+    };
+    for (const Case& c : {Case{0, 16, true},
+                          {0, 17, false},
+                          {15, 1, true},
+                          {15, 2, false},
+                          {16, 0, true},
+                          {16, 1, false},
+                          {17, 0, false},
+                          {0xFFFFFFFF, 1, false},
+                          {0xFFFFFFF8, 16, false},
+                          {0x80000000, 0, false}}) {
+        file("707", std::string(16, '.'));
+        connect(7, 0, 16);
+        const std::string answer = write(7, c.offset, Bytes(c.size, 'x'));
+        EXPECT_EQ(answer.back(), c.is_written ? '0' : '1') << c.offset << " " << c.size;
+        std::string expected(16, '.');
+        if (c.is_written) {
+            expected.replace(c.offset, c.size, c.size, 'x');
+        }
+        EXPECT_EQ(contents("707"), expected) << c.offset << " " << c.size;
+    }
+}
+
+TEST_F(RmaTest, ABlockThatDidNotComeIsNotWritten) {
+    connect(7, 0, 1 << 20);
+    const size_t before = calls().size();
+    const AllocationLimit limit(1 << 16);
+    for (const uint32_t size : {5u, 0x10000u, 0x1000001u, 0xFFFFFFFFu, 0xFFFFFFE0u}) {
+        EXPECT_EQ(answer_to(message(rma::DATA_WRITE, {7, 7, 0, size, 0}, {1, 2, 3, 4})),
+                  "513: 7 0 7 " + std::to_string(size) + " 1");
+    }
+    EXPECT_EQ(answer_to(message(rma::DATA_WRITE, {7, 7, 0, 0})), "513: 7 0 7 0 1");
+    EXPECT_EQ(logged("a block of 5 bytes is not inside its message of 36"), 1u);
+    EXPECT_EQ(calls().size(), before + 6);  // the answers: no file was touched
+}
+
+TEST_F(RmaTest, AnAcceptedWriteIsOnTheDiskBeforeItsAnswer) {
+    file("707", "........");
+    connect(7, 0, 8);
+    const size_t before = calls().size();
+    platform().script_write("/data/vendor/aon/707", {.data = {}, .accepted = 1});
+    platform().script_write("/data/vendor/aon/707", scripted::failure(EINTR));
+    platform().fail_call("fdatasync /data/vendor/aon/707", EINTR);
+    write(7, 2, {'a', 'b', 'c'});
+    Lines after = calls();
+    after.erase(after.begin(), after.begin() + static_cast<ptrdiff_t>(before));
+    EXPECT_THAT(
+        after,
+        ElementsAre("open /data/vendor/aon/707 = 3", "pwrite /data/vendor/aon/707 1 at 2",
+                    "pwrite /data/vendor/aon/707 = -1 4", "pwrite /data/vendor/aon/707 2 at 3",
+                    "fdatasync /data/vendor/aon/707 = -1 4", "fdatasync /data/vendor/aon/707",
+                    "close /data/vendor/aon/707", "send 513: 7 0 77 3 0"));
+    EXPECT_EQ(contents("707"), "..abc...");
+}
+
+TEST_F(RmaTest, AWriteThatFailsIsReported) {
+    const std::string path = "/data/vendor/aon/707";
+    file("707", "........");
+    connect(7, 0, 8);
+    platform().fail_opens(path, {EACCES});
+    EXPECT_EQ(write(7, 0, {1, 2}), "513: 7 0 77 2 1");
+    platform().script_write(path, {.data = {}, .accepted = 1});
+    platform().script_write(path, scripted::failure(ENOSPC));
+    EXPECT_EQ(write(7, 0, {1, 2}), "513: 7 0 77 2 1");
+    platform().script_write(path, {.data = {}, .accepted = 0});
+    EXPECT_EQ(write(7, 0, {1, 2}), "513: 7 0 77 2 1");
+    platform().fail_call("fdatasync " + path, EIO);
+    EXPECT_EQ(write(7, 0, {1, 2}), "513: 7 0 77 2 1");
+    EXPECT_EQ(logged("707 is not written: No space left on device"), 1u);
+    EXPECT_EQ(logged("707 is not written: Input/output error"), 2u);
+    EXPECT_EQ(write(7, 0, {1, 2}), "513: 7 0 77 2 0");
+
+    // By itself: without data only the range is judged.
+    const size_t before = platform().transcript({"pwrite", "fdatasync"}).size();
+    EXPECT_EQ(rma_.AppendToFile(path, 0, 8, nullptr), 0);
+    EXPECT_EQ(rma_.AppendToFile(path, 1, 8, nullptr), -1);
+    EXPECT_EQ(rma_.AppendToFile("/data/vendor/aon/none", 0, 0, nullptr), -1);
+    EXPECT_EQ(platform().transcript({"pwrite", "fdatasync"}).size(), before);
+}
+
+TEST_F(RmaTest, AReadHasItsSizeOrNothing) {
+    file("707", "0123456789");
+    connect(7, 0, 10);
+    struct Case {
+        uint32_t offset, size;
+        std::string block;
+    };
+    for (const Case& c : {Case{0, 2, " 30 31"},
+                          {8, 2, " 38 39"},
+                          {8, 4, " 38 39 00 00"},
+                          {10, 2, " 00 00"},
+                          {0xFFFFFFFF, 2, " 00 00"},
+                          {4, 0, ""},
+                          {0, 0x1000001, ""},
+                          {0, 0xFFFFFFFF, ""}}) {
+        EXPECT_EQ(read(c.offset, c.size), "257: 5 0 77 " + std::to_string(c.size) + " 0" + c.block);
+    }
+    EXPECT_EQ(logged("File open failed : /data/vendor/aon/707"), 2u);
+    EXPECT_EQ(rma_.readFile("707", 0, 0x1000000).size(), 0x1000000u);
+
+    platform().script_read("/data/vendor/aon/707", scripted::failure(EINTR));
+    EXPECT_EQ(read(0, 2), "257: 5 0 77 2 0 30 31");
+    platform().script_read("/data/vendor/aon/707", scripted::failure(EIO));
+    EXPECT_EQ(read(0, 2), "257: 5 0 77 2 0");
+    EXPECT_EQ(logged("707 cannot be read: Input/output error"), 1u);
+    {
+        const AllocationLimit limit(99999);
+        EXPECT_EQ(read(0, 100000), "257: 5 0 77 100000 0");
+    }
+    EXPECT_EQ(logged("no memory for 100000 bytes of /data/vendor/aon/707"), 1u);
+}
+
+}  // namespace
