@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/dfu_packet.h"
 
-#include <zlib.h>
-
 #include <array>
-#include <cstdio>
 #include <map>
 
 namespace sim::dfu {
@@ -14,11 +11,6 @@ namespace {
 constexpr size_t kMagicAt = 4;
 constexpr size_t kLengthAt = 8;
 constexpr size_t kCrcAt = 12;
-
-void append_word(std::vector<uint8_t>& bytes, uint32_t word) {
-    for (int shift = 0; shift < 32; shift += 8)
-        bytes.push_back(static_cast<uint8_t>(word >> shift));
-}
 
 }  // namespace
 
@@ -58,32 +50,17 @@ const char* state_name(State state) {
     return "?";
 }
 
-uint32_t word_at(std::span<const uint8_t> bytes, size_t at) {
-    if (at > bytes.size() || bytes.size() - at < 4) return 0;
-    uint32_t word = 0;
-    for (size_t i = 4; i-- > 0;) word = word << 8 | bytes[at + i];
-    return word;
-}
-
 uint32_t packet_crc(std::span<const uint8_t> packet) {
     const std::array<uint8_t, 4> zero{};
-    uLong crc = crc32(0, packet.data(), kCrcAt);
-    crc = crc32(crc, zero.data(), zero.size());
-    const auto payload = packet.subspan(kHeaderSize);
-    // zlib takes a null pointer as a request for the initial value.
-    if (!payload.empty()) crc = crc32(crc, payload.data(), static_cast<uInt>(payload.size()));
-    return static_cast<uint32_t>(crc);
+    return crc_of(packet.subspan(kHeaderSize), crc_of(zero, crc_of(packet.first(kCrcAt))));
 }
 
 std::vector<uint8_t> make_packet(uint32_t id, std::initializer_list<uint32_t> payload_words) {
     std::vector<uint8_t> packet;
-    append_word(packet, id);
-    append_word(packet, kMagic);
-    append_word(packet, static_cast<uint32_t>(kHeaderSize + 4 * payload_words.size()));
-    append_word(packet, 0);
-    for (uint32_t word : payload_words) append_word(packet, word);
-    const uint32_t crc = packet_crc(packet);
-    for (size_t i = 0; i < 4; ++i) packet[kCrcAt + i] = static_cast<uint8_t>(crc >> (8 * i));
+    const size_t length = kHeaderSize + 4 * payload_words.size();
+    append_words(packet, {id, kMagic, static_cast<uint32_t>(length), 0});
+    append_words(packet, payload_words);
+    put_word(packet, kCrcAt, packet_crc(packet));
     return packet;
 }
 
@@ -128,12 +105,6 @@ nlohmann::json describe(std::span<const uint8_t> packet) {
         at += 4;
     }
     return description;
-}
-
-std::string hex(uint32_t value) {
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "0x%08x", value);
-    return text.data();
 }
 
 }  // namespace sim::dfu

@@ -15,7 +15,12 @@
 #include <string>
 #include <vector>
 
+#include "sim/packet_words.h"
+
 namespace sim::dfu {
+
+using sim::hex;
+using sim::word_at;
 
 enum Id : uint32_t {
     kUpdateRequest = 1,        // from the host: 1, 0, 0, "IMG UPDT"
@@ -47,9 +52,6 @@ const char* state_name(State state);
 // "IMG_INFO_REQ"; the number for an id without a name.
 std::string message_name(uint32_t id);
 
-// The word at byte `at`; 0 where the bytes end before.
-uint32_t word_at(std::span<const uint8_t> bytes, size_t at);
-
 std::vector<uint8_t> make_packet(uint32_t id, std::initializer_list<uint32_t> payload_words);
 
 // Empty if the header of a packet is right, else what is wrong with it in words.
@@ -60,8 +62,5 @@ uint32_t packet_crc(std::span<const uint8_t> packet);
 
 // The name, length and decoded fields of a packet, for events.
 nlohmann::json describe(std::span<const uint8_t> packet);
-
-// "0x00002000"
-std::string hex(uint32_t value);
 
 }  // namespace sim::dfu
