@@ -24,12 +24,18 @@ struct Versions {
     std::string bt;
 };
 
+// What the co-processor does with its memory on the host: a few partitions of all sizes with every
+// corner once, or eight with some hundred random reads and writes.
+enum class RmaLength { kShort, kLong };
+
 struct Behaviour {
     int boot_mode = kFlashMode;  // the mode set before the daemon starts
     bool running = false;        // already loaded when the daemon starts
     Versions versions;
     uint32_t fragment_size = 4096;  // bytes asked for in one request for a piece of an image
     uint64_t flash_rate = 0;        // bytes per second that are erased or written; 0: at once
+    uint32_t payload_limit = 4096;  // largest misc data packet, header included; at least 17
+    RmaLength rma = RmaLength::kShort;
     std::vector<FaultRequest> faults;
 };
 

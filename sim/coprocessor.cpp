@@ -8,7 +8,9 @@
 
 #include "sim/control_request.h"
 #include "sim/dfu_client.h"
+#include "sim/misc_data_receiver.h"
 #include "sim/reporter.h"
+#include "sim/rma_client.h"
 
 namespace sim {
 
@@ -65,7 +67,9 @@ Coprocessor::Coprocessor(Behaviour behaviour, FirmwareBundle firmware, Observer&
       firmware_(std::move(firmware)),
       running_mode_(behaviour_.boot_mode),
       dfu_(std::make_unique<DfuClient>(behaviour_, faults_, firmware_, *reporter_, status_)),
-      channels_{dfu_.get()} {
+      misc_data_(std::make_unique<MiscDataReceiver>(behaviour_, faults_, *reporter_)),
+      rma_(std::make_unique<RmaClient>(behaviour_, faults_, *reporter_)),
+      channels_{dfu_.get(), misc_data_.get(), rma_.get()} {
     status_.boot_mode = behaviour_.boot_mode;
     status_.running = behaviour_.running;
 }
@@ -93,6 +97,14 @@ const std::vector<std::string>& Coprocessor::failures() const {
 
 bool Coprocessor::flash_matches(std::string* why) const {
     return dfu_->flash_matches(why);
+}
+
+bool Coprocessor::misc_data_matches(const MiscFiles& files, std::string* why) const {
+    return misc_data_->matches(files, why);
+}
+
+BackingFiles Coprocessor::backing_files() const {
+    return rma_->backing_files();
 }
 
 std::string Coprocessor::remoteproc_state() const {
@@ -211,6 +223,7 @@ int Coprocessor::load() {
 
 void Coprocessor::hang_up() {
     for (PacketChannel* channel : channels_) channel->hang_up();
+    misc_data_->forget();
 }
 
 void Coprocessor::restart_announced(std::optional<Time> length) {
@@ -263,31 +276,30 @@ int Coprocessor::set_boot_status(uint32_t value) {
     return 0;
 }
 
-// Null: the co-processor has no such channel.
-PacketChannel* Coprocessor::find(Channel channel) const {
+PacketChannel& Coprocessor::find(Channel channel) const {
     switch (channel) {
         case Channel::kDfu:
-            return dfu_.get();
-        case Channel::kMiscData:
-        case Channel::kRma:
             break;
+        case Channel::kMiscData:
+            return *misc_data_;
+        case Channel::kRma:
+            return *rma_;
     }
-    return nullptr;
+    return *dfu_;
 }
 
 int Coprocessor::open_channel(Channel channel) {
-    PacketChannel* opened = find(channel);
-    return status_.running && opened ? opened->open() : -ENODEV;
+    return status_.running ? find(channel).open() : -ENODEV;
 }
 
 void Coprocessor::close_channel(Channel channel) {
-    if (PacketChannel* closed = find(channel)) closed->close();
+    find(channel).close();
 }
 
 int Coprocessor::receive(Channel channel, std::span<const uint8_t> packet) {
-    PacketChannel* receiver = find(channel);
-    if (!receiver || !receiver->is_open()) return -EBADF;
-    if (receiver->hung_up()) return -EPIPE;
+    PacketChannel& receiver = find(channel);
+    if (!receiver.is_open()) return -EBADF;
+    if (receiver.hung_up()) return -EPIPE;
     if (!status_.wakelock_held) {
         reporter_->fail("packet of " + std::to_string(packet.size()) +
                         " bytes written without the wakelock");
@@ -303,23 +315,21 @@ int Coprocessor::receive(Channel channel, std::span<const uint8_t> packet) {
     if (channel == Channel::kDfu && running_mode_ != kHostMode) {
         reporter_->fail("download packet in boot mode " + boot_mode_name(running_mode_));
     } else {
-        receiver->receive(packet);
+        receiver.receive(packet);
     }
     return static_cast<int>(packet.size());
 }
 
 bool Coprocessor::readable(Channel channel) const {
-    const PacketChannel* sender = find(channel);
-    return sender && sender->readable();
+    return find(channel).readable();
 }
 
 bool Coprocessor::hung_up(Channel channel) const {
-    const PacketChannel* sender = find(channel);
-    return sender && sender->hung_up();
+    return find(channel).hung_up();
 }
 
 Bytes Coprocessor::take_packet(Channel channel) {
-    return find(channel)->take_packet();
+    return find(channel).take_packet();
 }
 
 void Coprocessor::write_wake_lock(std::string_view name) {

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -23,8 +24,10 @@
 namespace sim {
 
 class DfuClient;
+class MiscDataReceiver;
 class PacketChannel;
 class Reporter;
+class RmaClient;
 struct ControlRequest;
 
 // The daemon's memory, as the kernel driver reaches it. False: the range is not the daemon's.
@@ -37,6 +40,9 @@ class UserMemory {
 
 // glink_pkt_marlo_dfu, glink_pkt_marlo_custom_data, glink_pkt_marlo_rma
 enum class Channel { kDfu, kMiscData, kRma };
+
+using MiscFiles = std::map<uint32_t, Bytes>;        // type of the resource -> contents
+using BackingFiles = std::map<std::string, Bytes>;  // name of the file -> contents
 
 struct ImageProgress {
     uint32_t id;
@@ -84,7 +90,7 @@ class Coprocessor {
     // mode", else 0) or -errno. The block is never changed: replies go to the memory it points to.
     int ioctl(uint32_t request, std::span<uint8_t> block, UserMemory& memory);
 
-    // 0, -ENODEV (the co-processor does not run or has no such channel), -EBUSY (already open).
+    // 0, -ENODEV (the co-processor does not run), -EBUSY (already open).
     int open_channel(Channel channel);
     void close_channel(Channel channel);
     // One packet written by the daemon: bytes taken, -EPIPE (hung up) or -EBADF (not open).
@@ -105,6 +111,11 @@ class Coprocessor {
     // Compares the flash with the images byte for byte (flash.bin with the platform block patched
     // where it belongs). False: *why, if not null, names the first difference.
     bool flash_matches(std::string* why) const;
+    // Compares the misc data received since the co-processor was started with the files that the
+    // host has of it; a type without a file must not have been sent. False: as above.
+    bool misc_data_matches(const MiscFiles& files, std::string* why) const;
+    // What the host must have in /data/vendor/aon once "rma ends" was told.
+    BackingFiles backing_files() const;
 
   private:
     int execute(const ControlRequest& request, UserMemory& memory);
@@ -117,7 +128,7 @@ class Coprocessor {
     int set_boot_mode(uint32_t mode);
     int set_boot_status(uint32_t value);
     std::optional<uint32_t> load_error();
-    PacketChannel* find(Channel channel) const;
+    PacketChannel& find(Channel channel) const;
     void hang_up();
     void power_up();
     void write_wake_file(const char* file, std::string_view name, bool hold);
@@ -132,6 +143,8 @@ class Coprocessor {
     nlohmann::json emitted_state_;  // what the last event about the state said
     int running_mode_;              // the mode it was loaded in, while it runs
     std::unique_ptr<DfuClient> dfu_;
+    std::unique_ptr<MiscDataReceiver> misc_data_;
+    std::unique_ptr<RmaClient> rma_;
     std::vector<PacketChannel*> channels_;  // all of them
 };
 

@@ -19,13 +19,19 @@ using Time = std::chrono::nanoseconds;
 enum class EventKind {
     kIoctl,     // (model) command, request, cmd, value, result; mode (a text) for the boot modes
     kPacket,    // (model) direction ("to daemon", "from daemon"), channel, length, name and, where
-                // the message has them, image, offset, fragment, size, operation, code, state
+                // the message has them, image, offset, fragment, size, operation, code, state;
+                // on channel "misc" type, size, sequence, and of an answer status, limit; on
+                // channel "rma" memory, second, size, word, offset, block, result
     kState,     // (model) boot_mode, running, spi_busy: after one of them was set
     kPhase,     // (model) phase: "erase", "session begins", "image", "image done",
                 // "session cancelled", "session ends"; image and name where there is one
                 // "state": a state query is answered; state: "INIT", "INFO_REQ", "OFFSET_REQ",
                 // "SESSION_END_REQ", "CANCEL_UPDATE_REQ" or "refused"
                 // "unknown image": one without bytes was asked for; image
+                // "misc begins": the first packet of misc data; "misc resource": one is complete;
+                // type, size; "misc ends": the finish was taken
+                // "rma begins": the channel was opened for the first time; "rma half", "rma ends":
+                // so many steps of the program are done
     kFault,     // (model) fault, occasion (its number) and, where it has one, value (a text): it
                 // strikes now
     kUevent,    // (model) marlo_event: 1 powered down, 4 powered up

@@ -23,7 +23,11 @@ std::string describe_state(const nlohmann::json& fields) {
 }
 
 std::string describe_phase(const nlohmann::json& fields) {
-    std::string text = "download: " + fields.value("phase", "?");
+    const std::string phase = fields.value("phase", "?");
+    std::string text = "download: " + phase;
+    if (phase.starts_with("misc ")) text = "misc data: " + phase.substr(5);
+    if (phase.starts_with("rma ")) text = "remote memory: " + phase.substr(4);
+    if (fields.contains("type")) text += " " + fields["type"].dump();
     if (fields.contains("image")) text += " " + fields["image"].dump();
     if (fields.contains("name")) text += " " + fields.value("name", "");
     if (fields.contains("state")) text += " " + fields.value("state", "?");

@@ -16,6 +16,8 @@ constexpr FaultValue kImageId = {"image id", 0, UINT32_MAX};
 constexpr uint32_t kHour = 3'600'000;
 constexpr FaultValue kUntilBack = {"ms until the channel is back", 0, kHour, true};
 constexpr FaultValue kUntilPowerUp = {"ms until it is powered up", 0, kHour, true};
+constexpr FaultValue kCommand = {"command", 514, UINT32_MAX};
+constexpr FaultValue kMissingBytes = {"missing bytes", 1, UINT32_MAX};
 
 constexpr FaultRow kTable[] = {
     {Fault::kLoadFails, "load-fails", "a load fails, whatever the boot mode", "load", &kErrorNumber,
@@ -50,6 +52,25 @@ constexpr FaultRow kTable[] = {
      "image that begins", &kImageId, 99},
     {Fault::kRestart, "restart", "the co-processor restarts and a packet of the host is lost",
      "packet on any channel", &kUntilPowerUp, 100},
+    {Fault::kMiscStartRefused, "misc-start-refused", "the start of a misc data resource is refused",
+     "start packet", &kResponseCode, 1},
+    {Fault::kMiscDataRefused, "misc-data-refused", "a packet of misc data is refused",
+     "data packet", &kResponseCode, 1},
+    {Fault::kMiscCrcRefused, "misc-crc-refused", "the CRC of a misc data resource is refused",
+     "CRC packet", &kResponseCode, 1},
+    {Fault::kMiscFinishRefused, "misc-finish-refused", "the end of the misc data is refused",
+     "finish packet", &kResponseCode, 1},
+    {Fault::kMiscAnswerMissing, "misc-answer-missing",
+     "a packet on the misc data channel is lost and not answered", "packet", nullptr, 0},
+    {Fault::kRmaCrcWrong, "rma-crc-wrong",
+     "a remote memory request carries a wrong CRC; it is to be answered all the same", "request",
+     nullptr, 0},
+    {Fault::kRmaUnknownCommand, "rma-unknown-command",
+     "a remote memory command that there is none of comes before a request", "request", &kCommand,
+     1024},
+    {Fault::kRmaBlockOutside, "rma-block-outside",
+     "the block of a remote write ends beyond the message; it is not to be written",
+     "write request", &kMissingBytes, 1},
 };
 
 const FaultRow& row_of(Fault fault) {

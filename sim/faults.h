@@ -34,6 +34,14 @@ enum class Fault {
     kCancel,
     kUnknownImage,
     kRestart,
+    kMiscStartRefused,
+    kMiscDataRefused,
+    kMiscCrcRefused,
+    kMiscFinishRefused,
+    kMiscAnswerMissing,
+    kRmaCrcWrong,
+    kRmaUnknownCommand,
+    kRmaBlockOutside,
 };
 
 constexpr uint32_t kNever = UINT32_MAX;  // as the value of a time: "never"

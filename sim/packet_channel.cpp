@@ -18,7 +18,6 @@ void PacketChannel::close() {
     open_ = false;
     hung_up_ = false;
     outbox_.clear();
-    on_close();
 }
 
 void PacketChannel::hang_up() {

@@ -50,7 +50,6 @@ class PacketChannel {
     virtual int opening_error() { return 0; }
     // Called after the channel's state has changed; what on_hang_up sends is dropped.
     virtual void on_open() {}
-    virtual void on_close() {}
     virtual void on_hang_up() {}
 
     void emit_packet(const char* direction, nlohmann::json description);

@@ -12,15 +12,6 @@ namespace sim::test {
 
 namespace {
 
-uint32_t word(const Bytes& bytes, size_t at) {
-    return static_cast<uint32_t>(bytes.at(at) | bytes.at(at + 1) << 8 | bytes.at(at + 2) << 16) |
-           static_cast<uint32_t>(bytes.at(at + 3)) << 24;
-}
-
-void put(Bytes& bytes, size_t at, uint32_t value) {
-    for (size_t i = 0; i < 4; ++i) bytes.at(at + i) = static_cast<uint8_t>(value >> (8 * i));
-}
-
 const std::array<uint32_t, 256>& crc_table() {
     static const auto table = [] {
         std::array<uint32_t, 256> entries{};
@@ -57,6 +48,21 @@ const FirmwareBundle& generated_firmware() {
     return bundle;
 }
 
+uint32_t word(const Bytes& bytes, size_t at) {
+    return static_cast<uint32_t>(bytes.at(at) | bytes.at(at + 1) << 8 | bytes.at(at + 2) << 16) |
+           static_cast<uint32_t>(bytes.at(at + 3)) << 24;
+}
+
+void put(Bytes& bytes, size_t at, uint32_t value) {
+    for (size_t i = 0; i < 4; ++i) bytes.at(at + i) = static_cast<uint8_t>(value >> (8 * i));
+}
+
+uint32_t crc(std::span<const uint8_t> bytes) {
+    uint32_t crc = 0xFFFFFFFF;
+    for (uint8_t byte : bytes) crc = crc >> 8 ^ crc_table()[(crc ^ byte) & 0xFF];
+    return ~crc;
+}
+
 Bytes words(const std::vector<uint32_t>& values) {
     Bytes bytes(4 * values.size());
     for (size_t i = 0; i < values.size(); ++i) put(bytes, 4 * i, values[i]);
@@ -66,9 +72,7 @@ Bytes words(const std::vector<uint32_t>& values) {
 void seal(Bytes& message) {
     put(message, 8, static_cast<uint32_t>(message.size()));
     put(message, 12, 0);
-    uint32_t crc = 0xFFFFFFFF;
-    for (uint8_t byte : message) crc = crc >> 8 ^ crc_table()[(crc ^ byte) & 0xFF];
-    put(message, 12, ~crc);
+    put(message, 12, crc(message));
 }
 
 Bytes message(uint32_t id, const Bytes& payload) {

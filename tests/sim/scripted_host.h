@@ -34,6 +34,9 @@ class FirmwareDirectory {
 // The bundle of generated firmware, loaded once.
 const FirmwareBundle& generated_firmware();
 
+uint32_t word(const Bytes& bytes, size_t at);
+void put(Bytes& bytes, size_t at, uint32_t value);
+uint32_t crc(std::span<const uint8_t> bytes);
 Bytes words(const std::vector<uint32_t>& values);
 // A message with a right header.
 Bytes message(uint32_t id, const Bytes& payload);

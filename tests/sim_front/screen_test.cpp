@@ -107,9 +107,13 @@ TEST_F(PlainOutputTest, PrintsOneLinePerStepWithoutControlCharacters) {
     tell(EventKind::kSysfs, {{"file", "wake_lock"}});
     tell(EventKind::kDaemon, {{"line", "\033[31m of the log"}});
     tell(EventKind::kPhase, {{"phase", "image done"}, {"image", 1}, {"name", "flash.bin"}});
+    tell(EventKind::kPhase, {{"phase", "misc resource"}, {"type", 1}, {"size", 9}});
+    tell(EventKind::kPhase, {{"phase", "rma half"}});
     EXPECT_EQ(text_.str(),
               "   1.500  property: vendor.x =  [2Ja  b\n"
-              "   1.500  download: image done 1 flash.bin\n");
+              "   1.500  download: image done 1 flash.bin\n"
+              "   1.500  misc data: resource 1\n"
+              "   1.500  remote memory: half\n");
 }
 
 TEST_F(PlainOutputTest, TellsAStateOnlyWhenItsTextIsNew) {

@@ -1,0 +1,374 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include "tests/sim/scripted_host.h"
+
+namespace sim::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr auto kMisc = Channel::kMiscData;
+
+Bytes packet(uint32_t kind, uint32_t type, uint32_t size, uint32_t sequence,
+             std::span<const uint8_t> payload = {}) {
+    Bytes bytes = words({kind, type, size, sequence});
+    bytes.insert(bytes.end(), payload.begin(), payload.end());
+    return bytes;
+}
+
+Bytes crc_packet(uint32_t type, const Bytes& data) {
+    return packet(4, type, 4, 0, words({crc(data)}));
+}
+
+const Bytes kFinish = packet(5, 0, 0, 0);
+
+Bytes some_bytes(size_t count, uint8_t seed = 1) {
+    Bytes bytes(count);
+    for (size_t i = 0; i < count; ++i) bytes[i] = static_cast<uint8_t>(seed + i * 7 + i / 256);
+    return bytes;
+}
+
+Behaviour running(uint32_t limit, const std::vector<std::string>& faults = {}) {
+    Behaviour behaviour;
+    behaviour.boot_mode = kHostMode;
+    behaviour.running = true;
+    behaviour.payload_limit = limit;
+    for (const std::string& fault : faults) behaviour.faults.push_back(parse_fault(fault));
+    return behaviour;
+}
+
+// A host that sends misc data as it must be sent, except for what `tamper` does to its packets.
+class MiscHost {
+  public:
+    explicit MiscHost(uint32_t limit = 64, const std::vector<std::string>& faults = {})
+        : host(running(limit, faults)) {
+        host.model.write_wake_lock(std::string_view("MARLODAEMON_WAKEUP", 19));
+        EXPECT_EQ(host.model.open_channel(kMisc), 0);
+    }
+
+    Host host;
+    std::function<void(Bytes&)> tamper;
+    std::vector<std::string> sent;  // kind, payload size and sequence of each packet
+
+    // The status of the answer; without one -1.
+    int64_t exchange(Bytes bytes) {
+        if (tamper) tamper(bytes);
+        if (!bytes.empty()) host.model.receive(kMisc, bytes);
+        if (!host.model.readable(kMisc)) return -1;
+        const Bytes answer = host.model.take_packet(kMisc);
+        EXPECT_EQ(answer.size(), 24u);
+        EXPECT_FALSE(host.model.readable(kMisc));
+        limit_ = word(answer, 20);
+        return word(answer, 16);
+    }
+
+    void update(const MiscFiles& files) {
+        bool last_good = false;
+        for (const auto& [type, data] : files) {
+            last_good = false;
+            for (int i = 0; i < 3 && !last_good; ++i) last_good = resource(type, data);
+        }
+        if (last_good) exchange(kFinish);
+    }
+
+    bool resource(uint32_t type, const Bytes& data) {
+        const auto total = static_cast<uint32_t>(data.size());
+        if (exchange(packet(0, type, total, 0)) != 0) return false;
+        const uint32_t chunk = limit_ - 16;
+        const std::span<const uint8_t> all(data);
+        uint32_t sequence = 1;
+        size_t offset = 0;
+        if (limit_ < total + 16 && chunk < total - 1) {
+            do {
+                const auto piece = all.subspan(offset, chunk);
+                if (send_data(1, type, sequence++, piece) != 0) return false;
+                offset += chunk;
+            } while (offset + chunk < total - 1);
+        }
+        send_data(2, type, sequence, all.subspan(offset));
+        return exchange(crc_packet(type, data)) == 0;
+    }
+
+    std::vector<std::string> phases() const {
+        std::vector<std::string> phases;
+        for (const Event& event : host.events.events) {
+            if (event.kind == EventKind::kPhase) phases.push_back(event.fields.at("phase"));
+        }
+        return phases;
+    }
+
+    std::string mismatch(const MiscFiles& files) const {
+        std::string why;
+        return host.model.misc_data_matches(files, &why) ? "" : why;
+    }
+
+  private:
+    int64_t send_data(uint32_t kind, uint32_t type, uint32_t sequence,
+                      std::span<const uint8_t> piece) {
+        sent.push_back(std::to_string(kind) + "/" + std::to_string(piece.size()) + "/" +
+                       std::to_string(sequence));
+        return exchange(packet(kind, type, static_cast<uint32_t>(piece.size()), sequence, piece));
+    }
+
+    uint32_t limit_ = 0;
+};
+
+TEST(MiscData, RightHostFillsTheMemory) {
+    for (const uint32_t limit : {17u, 18u, 64u, 4096u}) {
+        for (const size_t size : {0u, 1u, 2u, 3u, 47u, 48u, 49u, 50u, 96u, 97u, 98u, 100u, 145u}) {
+            const MiscFiles files = {{0, some_bytes(size)}, {1, some_bytes(100, 9)}};
+            MiscHost misc(limit);
+            misc.update(files);
+            ASSERT_EQ(misc.host.first_failure(), "") << limit << " " << size;
+            ASSERT_EQ(misc.mismatch(files), "") << limit << " " << size;
+            ASSERT_THAT(misc.phases(),
+                        ElementsAre("misc begins", "misc resource", "misc resource", "misc ends"));
+        }
+    }
+}
+
+TEST(MiscData, CutsAtTheAnnouncedSize) {
+    const std::pair<size_t, std::vector<std::string>> table[] = {
+        {0, {"2/0/1"}},
+        {48, {"2/48/1"}},
+        {49, {"2/49/1"}},
+        {50, {"1/48/1", "2/2/2"}},
+        {97, {"1/48/1", "2/49/2"}},
+        {100, {"1/48/1", "1/48/2", "2/4/3"}},
+    };
+    for (const auto& [size, sent] : table) {
+        MiscHost misc(64);
+        misc.update({{0, some_bytes(size)}});
+        EXPECT_EQ(misc.sent, sent);
+        EXPECT_EQ(misc.host.first_failure(), "");
+    }
+}
+
+TEST(MiscData, TellsTheLimitInTheAnswerToAStartOnly) {
+    MiscHost misc(64);
+    const Bytes data = some_bytes(10);
+    for (const auto& [bytes, limit] : std::vector<std::pair<Bytes, uint32_t>>{
+             {packet(0, 0, 10, 0), 64}, {packet(2, 0, 10, 1, data), 0}, {crc_packet(0, data), 0}}) {
+        misc.host.model.receive(kMisc, bytes);
+        const Bytes answer = misc.host.model.take_packet(kMisc);
+        EXPECT_EQ(Bytes(answer.begin(), answer.begin() + 16),
+                  Bytes(bytes.begin(), bytes.begin() + 16));
+        EXPECT_EQ(word(answer, 16), 0u);
+        EXPECT_EQ(word(answer, 20), limit);
+    }
+}
+
+// Changes the n-th packet (from 0) of a kind.
+std::function<void(Bytes&)> change(uint32_t kind, int n, std::function<void(Bytes&)> how) {
+    return [=, seen = 0](Bytes& bytes) mutable {
+        if (bytes.at(0) == kind && seen++ == n) how(bytes);
+    };
+}
+
+std::function<void(Bytes&)> add_one(size_t at) {
+    return [at](Bytes& bytes) { ++bytes.at(at); };
+}
+
+struct Wrong {
+    const char* name;
+    uint32_t kind;
+    int which;
+    std::function<void(Bytes&)> how;
+    const char* failure;
+};
+
+class WrongMiscPacket : public testing::TestWithParam<Wrong> {};
+
+TEST_P(WrongMiscPacket, IsReportedAndRefused) {
+    const Wrong& wrong = GetParam();
+    MiscHost misc;
+    int64_t status = 0;
+    misc.tamper = change(wrong.kind, wrong.which, wrong.how);
+    const MiscFiles files = {{0, some_bytes(100)}, {1, some_bytes(97)}};
+    misc.update(files);
+    EXPECT_THAT(misc.host.first_failure(), HasSubstr(wrong.failure));
+    for (const Event& event : misc.host.events.events) {
+        if (event.fields.contains("status")) {
+            status = std::max(status, event.fields["status"].get<int64_t>());
+        }
+    }
+    EXPECT_NE(status, 0);
+}
+
+const Wrong kWrongs[] = {
+    {"ShortHeader", 0, 0, [](Bytes& b) { b.resize(15); }, "packet of 15 bytes: shorter than"},
+    {"Kind", 5, 0, [](Bytes& b) { b[0] = 3; }, "kind expected 0, 1, 2, 4 or 5, got 3"},
+    {"StartLength", 0, 0, [](Bytes& b) { b.push_back(0); }, "start: length expected 16, got 17"},
+    {"StartSequence", 0, 1, add_one(12), "start: word at 12 expected 0, got 1"},
+    {"Type", 0, 1, add_one(4), "start: type expected 0 or 1, got 2"},
+    {"TypeIs16Bits", 0, 0, add_one(6), "start: type expected 0 or 1, got 65536"},
+    {"TotalTooLarge", 0, 0, add_one(8), "last data: payload size expected 5, got 4"},
+    {"TotalTooSmall", 0, 0, [](Bytes& b) { --b[8]; }, "last data: payload size expected 3, got 4"},
+    {"DataType", 1, 0, add_one(4), "data: type expected 0, got 1"},
+    {"DataSize", 1, 0, add_one(8), "data: length expected 65, got 64"},
+    {"DataSequence", 1, 1, add_one(12), "data: sequence expected 2, got 3"},
+    {"LastSequence", 2, 0, [](Bytes& b) { --b[12]; }, "last data: sequence expected 3, got 2"},
+    {"Oversize", 1, 0, [](Bytes& b) { b.push_back(0), ++b[8]; },
+     "data: payload size expected 48, got 49"},
+    {"Undersize", 1, 0, [](Bytes& b) { b.pop_back(), --b[8]; },
+     "data: payload size expected 48, got 47"},
+    {"LastTooEarly", 1, 1, add_one(0), "last data with 52 bytes to come: kind expected 1, got 2"},
+    {"LastTooLate", 2, 1, [](Bytes& b) { b[0] = 1; },
+     "data with 49 bytes to come: kind expected 2, got 1"},
+    {"CrcValue", 4, 0, add_one(16), "CRC: value expected 0x"},
+    {"CrcOfOtherData", 1, 0, add_one(20), "CRC: value expected 0x"},
+    {"CrcSize", 4, 0, add_one(8), "CRC: word at 8 expected 4, got 5"},
+    {"CrcSequence", 4, 0, add_one(12), "CRC: word at 12 expected 0, got 1"},
+    {"CrcLength", 4, 0, [](Bytes& b) { b.pop_back(); }, "CRC: length expected 20, got 19"},
+    {"CrcType", 4, 0, add_one(4), "CRC: type expected 0, got 1"},
+    {"FinishType", 5, 0, add_one(4), "finish: type expected 0, got 1"},
+    {"FinishSize", 5, 0, add_one(8), "finish: word at 8 expected 0, got 1"},
+    {"FinishSequence", 5, 0, add_one(12), "finish: word at 12 expected 0, got 1"},
+    {"FinishLength", 5, 0, [](Bytes& b) { b.push_back(0); }, "finish: length expected 16, got 17"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Table, WrongMiscPacket, testing::ValuesIn(kWrongs),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(MiscData, PacketsOutOfTurn) {
+    const Bytes ten = some_bytes(10);
+    const Bytes start0 = packet(0, 0, 10, 0);
+    const Bytes start1 = packet(0, 1, 10, 0);
+    const Bytes data0 = packet(2, 0, 10, 1, ten);
+    const Bytes data1 = packet(2, 1, 10, 1, ten);
+    const Bytes crc0 = crc_packet(0, ten);
+    const Bytes crc1 = crc_packet(1, ten);
+    struct Row {
+        std::vector<std::string> faults;
+        std::vector<Bytes> packets;
+        const char* failure;
+    };
+    const Row table[] = {
+        {{}, {data0}, "last data without a start"},
+        {{}, {crc0}, "CRC without a start"},
+        {{}, {kFinish}, "finish without a resource"},
+        {{}, {start0, start0}, "start of type 0 before the last data"},
+        {{}, {start0, crc0}, "CRC before the last data"},
+        {{}, {start0, kFinish}, "finish before the last data"},
+        {{}, {start0, data0, data0}, "last data before the CRC"},
+        {{}, {start0, data0, start1}, "start of type 1 before the CRC"},
+        {{}, {start0, data0, crc0, crc0}, "CRC without a start"},
+        {{}, {start0, data0, crc0, start0}, "start of type 0, which is complete already"},
+        {{}, {start1, data1, crc1, start0}, "start of type 0 after type 1"},
+        {{}, {start0, data0, crc0, kFinish, kFinish}, "finish after the finish"},
+        {{}, {start0, data0, crc0, kFinish, start1}, "start of type 1 after the finish"},
+        {{"misc-start-refused"}, {start0, data0}, "last data without a start"},
+        {{"misc-start-refused"},
+         {start0, start0, start1},
+         "type 1 after 2 of 3 attempts at type 0"},
+        {{"misc-start-refused"}, {start0, start0, start0, start0}, "after 3 of 3 attempts at it"},
+        {{"misc-crc-refused"},
+         {start0, data0, crc0, kFinish},
+         "finish although type 0 was refused"},
+        {{"misc-data-refused"}, {start0, data0, start0}, "start of type 0 before the CRC"},
+        {{"misc-finish-refused"}, {start0, data0, crc0, kFinish, kFinish}, "after the finish"},
+        {{"misc-answer-missing@3"}, {start0, data0, crc0, kFinish}, "although type 0 was refused"},
+    };
+    for (const Row& row : table) {
+        MiscHost misc(64, row.faults);
+        for (size_t i = 0; i < row.packets.size(); ++i) {
+            EXPECT_EQ(misc.host.first_failure(), "") << row.failure << " at " << i;
+            misc.exchange(row.packets[i]);
+        }
+        EXPECT_THAT(misc.host.first_failure(), HasSubstr(row.failure));
+    }
+    MiscHost misc;
+    misc.host.model.receive(kMisc, start0);
+    misc.host.model.receive(kMisc, data0);
+    EXPECT_EQ(misc.host.first_failure(),
+              "last data before the answer to the packet before was read");
+}
+
+TEST(MiscData, RefusedResourceIsStartedAnew) {
+    const MiscFiles files = {{0, some_bytes(100)}, {1, some_bytes(97)}};
+    for (const char* fault :
+         {"misc-start-refused@1:7", "misc-data-refused@1:7", "misc-data-refused@3:7",
+          "misc-data-refused@8:7", "misc-crc-refused@1:7", "misc-crc-refused@2:7",
+          "misc-answer-missing@1", "misc-answer-missing@2", "misc-answer-missing@4",
+          "misc-answer-missing@5"}) {
+        MiscHost misc(64, {fault});
+        misc.update(files);
+        EXPECT_EQ(misc.host.first_failure(), "") << fault;
+        EXPECT_EQ(misc.mismatch(files), "") << fault;
+        EXPECT_EQ(misc.phases().back(), "misc ends") << fault;
+    }
+}
+
+TEST(MiscData, RefusalWithoutEndIsGivenUpAfterThreeAttempts) {
+    const MiscFiles files = {{0, some_bytes(100)}, {1, some_bytes(97)}};
+    for (const char* fault :
+         {"misc-start-refused", "misc-data-refused", "misc-crc-refused", "misc-answer-missing"}) {
+        MiscHost misc(64, {fault});
+        misc.update(files);
+        EXPECT_EQ(misc.host.first_failure(), "") << fault;
+        EXPECT_EQ(misc.mismatch(files), "misc data, type 0: not received");
+        EXPECT_THAT(misc.phases(), testing::Not(testing::Contains("misc resource")));
+    }
+    MiscHost misc(64, {"misc-finish-refused:9"});
+    misc.update(files);
+    EXPECT_EQ(misc.host.first_failure(), "");
+    EXPECT_EQ(misc.mismatch(files), "");
+    EXPECT_EQ(misc.phases().back(), "misc resource");
+    EXPECT_EQ(misc.host.events.events.back().fields["status"], 9);
+}
+
+TEST(MiscData, ComparesWithTheFiles) {
+    const Bytes data = some_bytes(100);
+    Bytes other = data;
+    ++other[99];
+    MiscHost misc;
+    misc.update({{0, data}});
+    EXPECT_EQ(misc.mismatch({{0, data}}), "");
+    EXPECT_EQ(misc.mismatch({{0, data}, {1, data}}), "misc data, type 1: not received");
+    EXPECT_EQ(misc.mismatch({}), "misc data, type 0: received, but there is no file");
+    EXPECT_THAT(misc.mismatch({{0, other}}), HasSubstr("type 0: byte 99 expected"));
+    EXPECT_EQ(misc.mismatch({{0, some_bytes(99)}}),
+              "misc data, type 0: length expected 99, got 100");
+    EXPECT_EQ(MiscHost().mismatch({}), "");
+    EXPECT_FALSE(misc.host.model.misc_data_matches({}, nullptr));
+}
+
+TEST(MiscData, RestartForgetsAndTheNextOpeningBeginsAnew) {
+    const MiscFiles files = {{0, some_bytes(100)}, {1, some_bytes(97)}};
+    MiscHost misc;
+    Coprocessor& model = misc.host.model;
+    misc.exchange(packet(0, 1, 100, 0));
+    misc.host.model.receive(kMisc, packet(1, 1, 48, 1, some_bytes(48)));
+    misc.host.reset();
+    EXPECT_TRUE(model.hung_up(kMisc));
+    EXPECT_FALSE(model.readable(kMisc));
+    EXPECT_EQ(model.receive(kMisc, kFinish), -EPIPE);
+    model.close_channel(kMisc);
+    EXPECT_EQ(model.receive(kMisc, kFinish), -EBADF);
+    ASSERT_EQ(model.open_channel(kMisc), 0);
+    EXPECT_EQ(model.open_channel(kMisc), -EBUSY);
+    misc.update(files);
+    EXPECT_EQ(misc.mismatch(files), "");
+    // And with the channel closed.
+    model.close_channel(kMisc);
+    EXPECT_EQ(misc.mismatch(files), "");
+    misc.host.reset();
+    EXPECT_FALSE(model.hung_up(kMisc));
+    EXPECT_EQ(misc.mismatch(files), "misc data, type 0: not received");
+    // What an earlier opening brought does not count for the next.
+    ASSERT_EQ(model.open_channel(kMisc), 0);
+    misc.update(files);
+    model.close_channel(kMisc);
+    ASSERT_EQ(model.open_channel(kMisc), 0);
+    misc.update({{1, files.at(1)}});
+    EXPECT_EQ(misc.mismatch(files), "misc data, type 0: not received");
+    EXPECT_EQ(misc.host.first_failure(), "");
+}
+
+}  // namespace
+}  // namespace sim::test

@@ -1,0 +1,461 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <set>
+
+#include "tests/sim/scripted_host.h"
+
+namespace sim::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr auto kRma = Channel::kRma;
+
+Behaviour behaviour_with(RmaLength length, const std::vector<std::string>& faults) {
+    Behaviour behaviour;
+    behaviour.boot_mode = kHostMode;
+    behaviour.running = true;
+    behaviour.rma = length;
+    for (const std::string& fault : faults) behaviour.faults.push_back(parse_fault(fault));
+    return behaviour;
+}
+
+void seal_answer(Bytes& bytes) {
+    put(bytes, 4, static_cast<uint32_t>(bytes.size()));
+    put(bytes, 0, crc(std::span(bytes).subspan(4)));
+}
+
+Bytes answer(uint32_t command, const std::vector<uint32_t>& payload) {
+    Bytes bytes = words({0, 0, command});
+    const Bytes rest = words(payload);
+    bytes.insert(bytes.end(), rest.begin(), rest.end());
+    seal_answer(bytes);
+    return bytes;
+}
+
+// Ways in which a host may treat the files wrongly.
+struct Mistakes {
+    bool forgets_on_connect = false;      // a CONNECT empties a file that is there
+    bool starts_with_rubbish = false;     // a new file is not full of zeros
+    bool grows = false;                   // a write beyond the end makes the file longer
+    bool wraps = false;                   // offset + size is added up in 32 bits
+    bool ignores_word = false;            // a write goes to the partition of the last CONNECT
+    bool signed_names = false;            // numbers in names are signed
+    bool cuts_reads = false;              // a read brings only what the file has
+    bool drops_writes = false;            // one write is confirmed and not made
+    bool takes_blocks_from_afar = false;  // a block that is not in the message is written
+};
+
+// A host that serves the memory as it must be served, except for its mistakes and for what `tamper`
+// does to its answers.
+class RmaHost {
+  public:
+    explicit RmaHost(RmaLength length = RmaLength::kShort,
+                     const std::vector<std::string>& faults = {})
+        : host(behaviour_with(length, faults)) {
+        host.model.write_wake_lock(std::string_view("MARLODAEMON_WAKEUP", 19));
+    }
+
+    Host host;
+    BackingFiles files;
+    Mistakes mistakes;
+    std::function<void(Bytes&)> tamper;
+    std::vector<Bytes> requests;
+
+    void open() { ASSERT_EQ(host.model.open_channel(kRma), 0); }
+
+    // Serves until nothing more comes, or `limit` requests.
+    void serve(size_t limit = SIZE_MAX) {
+        for (; limit > 0 && host.model.readable(kRma); --limit) {
+            Bytes bytes = handle(host.model.take_packet(kRma));
+            if (bytes.empty()) continue;
+            if (tamper) tamper(bytes);
+            host.model.receive(kRma, bytes);
+        }
+    }
+
+    // What the host does with a request; empty: no answer.
+    Bytes handle(const Bytes& request) {
+        requests.push_back(request);
+        const auto at = [&](size_t place) { return word(request, place); };
+        switch (at(8)) {
+            case 0:
+                EXPECT_EQ(request.size(), 40u);
+                memory_id_ = at(16), second_id_ = at(20), client_ = at(36);
+                connect(at(24));
+                return answer(1, {client_, 0, memory_id_, 3, 4096, 4096});
+            case 2:
+                return answer(3, {memory_id_, client_, at(16), 0});
+            case 256: {
+                Bytes bytes = answer(257, {at(12), client_, at(16), at(24), 0});
+                const Bytes data = read(at(20), at(24));
+                bytes.insert(bytes.end(), data.begin(), data.end());
+                seal_answer(bytes);
+                return bytes;
+            }
+            case 512: {
+                const uint32_t result = write(request) ? 0 : 1;
+                return answer(513, {at(12), client_, at(16), at(24), result});
+            }
+            default:
+                return {};
+        }
+    }
+
+    // The channel is lost and comes back.
+    void restart() {
+        host.reset();
+        EXPECT_TRUE(host.model.hung_up(kRma));
+        EXPECT_FALSE(host.model.readable(kRma));
+        host.model.close_channel(kRma);
+        open();
+    }
+
+    std::vector<std::string> phases() const {
+        std::vector<std::string> phases;
+        for (const Event& event : host.events.events) {
+            if (event.kind == EventKind::kPhase) phases.push_back(event.fields.at("phase"));
+        }
+        return phases;
+    }
+
+    bool ended() const {
+        const auto all = phases();
+        return !all.empty() && all.back() == "rma ends";
+    }
+
+  private:
+    std::string number(uint32_t value) const {
+        return mistakes.signed_names ? std::to_string(static_cast<int32_t>(value))
+                                     : std::to_string(value);
+    }
+
+    std::string name(uint32_t last) const {
+        return number(memory_id_) + number(second_id_) + number(last);
+    }
+
+    void connect(uint32_t size) {
+        const uint8_t fill = mistakes.starts_with_rubbish ? 0xFF : 0;
+        if (mistakes.forgets_on_connect) files.erase(name(memory_id_));
+        files.try_emplace(name(memory_id_), Bytes(size, fill));
+    }
+
+    Bytes read(uint32_t offset, uint32_t size) const {
+        const Bytes& file = files.at(name(memory_id_));
+        Bytes data;
+        for (size_t i = offset; i < size_t{offset} + size; ++i) {
+            if (i >= file.size() && mistakes.cuts_reads) break;
+            data.push_back(i < file.size() ? file[i] : 0);
+        }
+        return data;
+    }
+
+    bool write(const Bytes& request) {
+        const uint32_t third = mistakes.ignores_word ? memory_id_ : word(request, 12);
+        const auto file = files.find(name(third));
+        const uint32_t offset = word(request, 20);
+        const uint32_t size = word(request, 24);
+        Bytes block(request.begin() + 32, request.end());
+        if (block.size() < size && !mistakes.takes_blocks_from_afar) return false;
+        block.resize(size);
+        if (file == files.end()) return false;
+        Bytes& bytes = file->second;
+        const uint64_t end = mistakes.wraps ? offset + size : uint64_t{offset} + size;
+        if (end > bytes.size()) {
+            if (!mistakes.grows || end > 100000) return false;
+            bytes.resize(end);
+        }
+        if (mistakes.wraps && offset >= bytes.size()) return true;
+        if (mistakes.drops_writes && ++writes_ == 3) return true;
+        std::copy(block.begin(), block.end(), bytes.begin() + offset);
+        return true;
+    }
+
+    uint32_t memory_id_ = 0;
+    uint32_t second_id_ = 0;
+    uint32_t client_ = 0;
+    int writes_ = 0;
+};
+
+class RightHost : public testing::TestWithParam<RmaLength> {};
+
+TEST_P(RightHost, ServesTheWholeProgram) {
+    RmaHost rma(GetParam());
+    EXPECT_TRUE(rma.host.model.backing_files().empty());
+    rma.open();
+    rma.serve();
+    EXPECT_EQ(rma.host.first_failure(), "");
+    EXPECT_THAT(rma.phases(), ElementsAre("rma begins", "rma half", "rma ends"));
+    EXPECT_EQ(rma.files, rma.host.model.backing_files());
+    // What comes after the end finds nothing to do.
+    rma.restart();
+    EXPECT_FALSE(rma.host.model.readable(kRma));
+    EXPECT_EQ(rma.phases().size(), 3u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Programs, RightHost, testing::Values(RmaLength::kShort, RmaLength::kLong));
+
+TEST(Rma, RequestsAreSealedAndSpeakOfWhatTheHostReads) {
+    RmaHost rma;
+    rma.open();
+    rma.serve();
+    EXPECT_EQ(rma.requests.front(), [] {
+        Bytes connect =
+            words({0, 0, 0, 0xEEEEEEEE, 101, 70, 10000, 0xEEEEEEEE, 0xEEEEEEEE, 0xC1000001});
+        seal_answer(connect);
+        return connect;
+    }());
+    std::optional<uint32_t> connected;
+    for (const Bytes& request : rma.requests) {
+        Bytes sealed = request;
+        seal_answer(sealed);
+        EXPECT_EQ(sealed, request);
+        const uint32_t command = word(request, 8);
+        const uint32_t memory_id = word(request, 16);
+        if (command == 0) connected = memory_id;
+        if (command == 2 && connected == memory_id) connected.reset();
+        if (command >= 256) {
+            EXPECT_EQ(request.size(), 32 + (command == 512 ? word(request, 24) : 0));
+            EXPECT_EQ(connected, memory_id);
+        }
+    }
+}
+
+TEST(Rma, LongProgramUsesEightPartitionsAndFourKibibytes) {
+    RmaHost rma(RmaLength::kLong);
+    rma.open();
+    rma.serve();
+    EXPECT_EQ(rma.files.size(), 8u);
+    std::map<uint32_t, int> counts;
+    for (const Bytes& request : rma.requests) {
+        ++counts[word(request, 8)];
+        if (word(request, 8) >= 256) {
+            EXPECT_EQ(word(request, 24), 4096u);
+        }
+    }
+    EXPECT_GT(counts[512], 150);
+    EXPECT_GT(counts[256], 150);
+    EXPECT_EQ(counts[2], 8);
+    for (const auto& [name, bytes] : rma.files) {
+        EXPECT_GT(std::set<uint8_t>(bytes.begin(), bytes.end()).size(), 200u) << name;
+    }
+}
+
+// Every mistake is a failed check, or leaves files that are not those expected.
+TEST(Rma, MistakesOfTheHostAreFound) {
+    const std::pair<bool Mistakes::*, const char*> table[] = {
+        {&Mistakes::forgets_on_connect, "partition 10170101, read of 4096 bytes at 0: byte 0"},
+        {&Mistakes::starts_with_rubbish, "read of 4096 bytes at 0: byte 0 expected 0, got 255"},
+        {&Mistakes::grows, "DATA_WRITE response: word at 28 expected 0x00000001, got 0x00000000"},
+        {&Mistakes::wraps, "DATA_WRITE response: word at 28 expected 0x00000001"},
+        {&Mistakes::ignores_word, "DATA_WRITE response: word at 28 expected 0x00000001"},
+        {&Mistakes::cuts_reads, "DATA_READ response: length expected 232, got 132"},
+        {&Mistakes::drops_writes, "partition 10170101, read of 1808 bytes at 8192: byte 0"},
+    };
+    for (const auto& [mistake, failure] : table) {
+        RmaHost rma;
+        rma.mistakes.*mistake = true;
+        rma.open();
+        rma.serve();
+        EXPECT_THAT(rma.host.first_failure(), HasSubstr(failure));
+        EXPECT_FALSE(rma.ended());
+    }
+    RmaHost rma;
+    rma.mistakes.signed_names = true;
+    rma.open();
+    rma.serve();
+    EXPECT_TRUE(rma.ended());
+    EXPECT_EQ(rma.files.count("4294967280714294967280"), 0u);
+    EXPECT_EQ(rma.host.model.backing_files().count("4294967280714294967280"), 1u);
+}
+
+struct Wrong {
+    const char* name;
+    uint32_t command;
+    std::function<void(Bytes&)> how;
+    const char* failure;
+};
+
+std::function<void(Bytes&)> add_one(size_t at) {
+    return [at](Bytes& bytes) {
+        put(bytes, at, word(bytes, at) + 1);
+        seal_answer(bytes);
+    };
+}
+
+void lengthen(Bytes& bytes) {
+    bytes.push_back(0);
+    seal_answer(bytes);
+}
+
+void shorten(Bytes& bytes) {
+    bytes.pop_back();
+    seal_answer(bytes);
+}
+
+class WrongAnswer : public testing::TestWithParam<Wrong> {};
+
+TEST_P(WrongAnswer, IsReported) {
+    const Wrong& wrong = GetParam();
+    RmaHost rma;
+    // The second answer of its kind.
+    rma.tamper = [&, seen = 0](Bytes& bytes) mutable {
+        if (word(bytes, 8) == wrong.command && ++seen == 2) wrong.how(bytes);
+    };
+    rma.open();
+    rma.serve();
+    EXPECT_THAT(rma.host.first_failure(), HasSubstr(wrong.failure));
+    EXPECT_FALSE(rma.ended());
+}
+
+const Wrong kWrongs[] = {
+    {"Crc", 257, [](Bytes& b) { b[0] ^= 1; }, "DATA_READ response: CRC expected 0x"},
+    {"DataUnderCrc", 257, [](Bytes& b) { b.back() ^= 1; }, "DATA_READ response: CRC expected 0x"},
+    {"TotalLength", 513, [](Bytes& b) { ++b[4]; }, "total length expected 32, got 33"},
+    {"NoHeader", 1, [](Bytes& b) { b.resize(11); }, "message of 11 bytes: shorter than"},
+    {"Empty", 1, [](Bytes& b) { b.resize(0); }, "message of 0 bytes: shorter than"},
+    {"Command", 513, add_one(8), "command 514 while DATA_WRITE is outstanding"},
+    {"OtherAnswer", 513, [](Bytes& b) { put(b, 8, 257), seal_answer(b); },
+     "DATA_READ response while DATA_WRITE is outstanding"},
+    {"ConnectLonger", 1, lengthen, "CONNECT response: length expected 36, got 37"},
+    {"ConnectClientWord", 1, add_one(12), "CONNECT response: word at 12 expected 0xc1"},
+    {"ConnectZero", 1, add_one(16), "CONNECT response: word at 16 expected 0x00000000"},
+    {"ConnectMemory", 1, add_one(20), "CONNECT response: word at 20 expected 0xfffffff0"},
+    {"ConnectThree", 1, add_one(24), "CONNECT response: word at 24 expected 0x00000003"},
+    {"ConnectSize", 1, add_one(28), "CONNECT response: word at 28 expected 0x00001000"},
+    {"ConnectOtherSize", 1, add_one(32), "CONNECT response: word at 32 expected 0x00001000"},
+    {"DisconnectShorter", 3, shorten, "DISCONNECT response: length expected 28, got 27"},
+    {"DisconnectStored", 3, add_one(12), "DISCONNECT response: word at 12 expected 0x00000132"},
+    {"DisconnectClientWord", 3, add_one(16), "DISCONNECT response: word at 16 expected 0xc1"},
+    {"DisconnectMemory", 3, add_one(20), "DISCONNECT response: word at 20 expected 0xfffffff0"},
+    {"DisconnectZero", 3, add_one(24), "DISCONNECT response: word at 24 expected 0x00000000"},
+    {"ReadWord", 257, add_one(12), "DATA_READ response: word at 12 expected 0x5ead0002"},
+    {"ReadClientWord", 257, add_one(16), "DATA_READ response: word at 16 expected 0xc1"},
+    {"ReadMemory", 257, add_one(20), "DATA_READ response: word at 20 expected 0x00000065"},
+    {"ReadSize", 257, add_one(24), "DATA_READ response: word at 24 expected 0x00001000"},
+    {"ReadZero", 257, add_one(28), "DATA_READ response: word at 28 expected 0x00000000"},
+    {"ReadData", 257, add_one(32 + 4092),
+     "read of 4096 bytes at 4096: byte 4092 expected 0, got 1"},
+    {"ReadShorter", 257, shorten, "DATA_READ response: length expected 4128, got 4127"},
+    {"ReadLonger", 257, lengthen, "DATA_READ response: length expected 4128, got 4129"},
+    {"WriteWord", 513, add_one(12), "DATA_WRITE response: word at 12 expected 0x00000065"},
+    {"WriteClientWord", 513, add_one(16), "DATA_WRITE response: word at 16 expected 0xc1"},
+    {"WriteMemory", 513, add_one(20), "DATA_WRITE response: word at 20 expected 0x00000065"},
+    {"WriteSize", 513, add_one(24), "DATA_WRITE response: word at 24 expected 0x00001000"},
+    {"WriteResult", 513, add_one(28), "DATA_WRITE response: word at 28 expected 0x00000000"},
+    {"WriteLonger", 513, lengthen, "DATA_WRITE response: length expected 32, got 33"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Table, WrongAnswer, testing::ValuesIn(kWrongs),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(Rma, AnswersOutOfTurn) {
+    {
+        RmaHost rma;
+        rma.open();
+        rma.host.model.receive(kRma, answer(1, {0xC1000001, 0, 101, 3, 4096, 4096}));
+        EXPECT_EQ(rma.host.first_failure(), "CONNECT response before the request was read");
+    }
+    {
+        RmaHost rma;
+        rma.open();
+        rma.serve();
+        rma.host.model.receive(kRma, answer(3, {101, 0, 101, 0}));
+        EXPECT_EQ(rma.host.first_failure(), "DISCONNECT response while no request is outstanding");
+    }
+}
+
+// The channel is lost at every request in turn, by turns before the host has seen it and after it
+// has done it; now and then twice more a few requests later.
+TEST(Rma, GoesOnAfterTheChannelWasLostAtEveryRequest) {
+    for (size_t lost_at = 0;; ++lost_at) {
+        RmaHost rma;
+        rma.open();
+        rma.serve(lost_at);
+        if (rma.ended()) break;
+        for (size_t i = 0; i < (lost_at % 4 ? 1 : 3); ++i) {
+            rma.serve(i * (lost_at % 7));
+            const bool done = (lost_at + i) % 2;
+            if (done) rma.handle(rma.host.model.take_packet(kRma));
+            rma.restart();
+        }
+        rma.serve();
+        ASSERT_EQ(rma.host.first_failure(), "") << lost_at;
+        ASSERT_THAT(rma.phases(), ElementsAre("rma begins", "rma half", "rma ends"));
+        ASSERT_EQ(rma.files, rma.host.model.backing_files()) << lost_at;
+    }
+}
+
+TEST(Rma, ReadsEverythingBackAfterTheChannelWasLost) {
+    RmaHost rma(RmaLength::kLong);
+    rma.open();
+    rma.serve(200);
+    Bytes& file = rma.files.begin()->second;
+    // Memory that nothing but the last reads of the program would look at.
+    file.back() ^= 1;
+    rma.restart();
+    rma.serve(20);
+    EXPECT_THAT(rma.host.first_failure(), HasSubstr("partition 10040100, read of 4096 bytes at "));
+    EXPECT_THAT(rma.host.first_failure(), HasSubstr("byte 4095"));
+}
+
+TEST(Rma, ReadsNothingBackTwiceWhenTheChannelIsLostAgain) {
+    RmaHost once;
+    once.open();
+    once.serve(60);
+    once.restart();
+    once.serve();
+    RmaHost twice;
+    twice.open();
+    twice.serve(60);
+    twice.restart();
+    twice.serve(5);
+    twice.restart();
+    twice.serve();
+    EXPECT_TRUE(twice.ended());
+    EXPECT_LE(twice.requests.size(), once.requests.size() + 5);
+}
+
+TEST(Rma, FaultsAreNotTheHosts) {
+    for (const char* fault :
+         {"rma-crc-wrong", "rma-crc-wrong@3", "rma-unknown-command", "rma-unknown-command@5:514",
+          "rma-block-outside", "rma-block-outside@2:4096", "rma-block-outside:1000000"}) {
+        RmaHost rma(RmaLength::kShort, {fault});
+        rma.open();
+        rma.serve();
+        EXPECT_EQ(rma.host.first_failure(), "") << fault;
+        EXPECT_TRUE(rma.ended()) << fault;
+        EXPECT_EQ(rma.files, rma.host.model.backing_files()) << fault;
+    }
+}
+
+TEST(Rma, FaultsShowInTheMessages) {
+    RmaHost rma(RmaLength::kShort, {"rma-crc-wrong@1", "rma-unknown-command@2:9999"});
+    rma.open();
+    rma.serve(3);
+    Bytes sealed = rma.requests[0];
+    seal_answer(sealed);
+    EXPECT_NE(sealed, rma.requests[0]);
+    EXPECT_EQ(rma.requests[1].size(), 12u);
+    EXPECT_EQ(word(rma.requests[1], 8), 9999u);
+    EXPECT_EQ(word(rma.requests[2], 8), 256u);
+
+    RmaHost cut(RmaLength::kShort, {"rma-block-outside@1:96", "rma-block-outside@2:5000"});
+    cut.mistakes.takes_blocks_from_afar = true;
+    cut.open();
+    cut.serve();
+    EXPECT_THAT(cut.host.first_failure(), HasSubstr("word at 28 expected 0x00000001, got 0x0"));
+    EXPECT_EQ(cut.requests.back().size(), 32u + 4000u);
+    EXPECT_EQ(word(cut.requests.back(), 24), 4096u);
+    sealed = cut.requests.back();
+    seal_answer(sealed);
+    EXPECT_EQ(sealed, cut.requests.back());
+}
+
+}  // namespace
+}  // namespace sim::test
