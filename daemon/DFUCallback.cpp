@@ -6,6 +6,7 @@
 
 #include "comhandler/MarloComHandler.h"
 #include "daemon/MarloDaemon.h"
+#include "daemon/property_names.h"
 
 namespace {
 
@@ -55,12 +56,12 @@ void DFUCallback::handleSHMResponse(std::string message, Status status) {
         case STATUS_STARTED:
             log_report(__func__, message);
             com_handler_->set_marlo_boot_status(BOOT_STATUS_MISC_DATA_STARTED);
-            property_set("vendor.zt_aon.misc_update", "0");
+            property_set(kMiscUpdateProperty, "0");
             return;
         case STATUS_SUCCESS:
             log_report(__func__, message);
             com_handler_->set_marlo_boot_status(BOOT_STATUS_MISC_DATA_FINISHED);
-            property_set("vendor.zt_aon.misc_update", "1");
+            property_set(kMiscUpdateProperty, "1");
             return;
     }
 }

@@ -49,7 +49,8 @@ int integer_property(const char* name, char (&value)[PROPERTY_VALUE_MAX],
 
 MarloDaemon::MarloDaemon()
     : com_handler_(std::make_unique<MarloComHandler>()),
-      updater_(std::make_unique<marlo_fw_updater>()) {}
+      updater_(std::make_unique<marlo_fw_updater>()),
+      rma_(std::make_unique<marlo_rma>()) {}
 
 void MarloDaemon::startMarloDaemon() {
     __android_log_print(ANDROID_LOG_INFO, nullptr, "Start Marlo Daemon");
@@ -75,7 +76,15 @@ int MarloDaemon::initMarlo() {
         exit_twm();
     }
     g_daemon_state = DAEMON_INITIALISING;
+    registerMarloSSREvent();
     return startMarloPIL();
+}
+
+void MarloDaemon::registerMarloSSREvent() {
+    __android_log_print(ANDROID_LOG_ERROR, nullptr, "%s: called\n", __func__);
+    if (ssr_handler_ == nullptr) {
+        ssr_handler_ = std::make_unique<SSRHandler>(this);
+    }
 }
 
 // The dump that follows the exit is kept only while ramdumps are enabled.

@@ -4,12 +4,15 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "comhandler/MarloComHandler.h"
 #include "daemon/BootProgressObserver.h"
 #include "daemon/DFUCallback.h"
+#include "daemon/SSRHandler.h"
 #include "fwupdater/marlo_fw_updater.h"
+#include "rma/marlo_rma.h"
 
 // No co-processor, or a platform without support for it: the negated ENODEV.
 inline constexpr int NO_AON_DEVICE = -19;
@@ -17,8 +20,11 @@ inline constexpr int NO_AON_DEVICE = -19;
 // The daemon's core: brings the co-processor up, decides whether its firmware must change, and
 // keeps watch over the reset property for the rest of the process's life.
 //
-// Everything runs on the main thread, except the reports of a download (DFUCallback), which come
-// on the channel's reader thread and may change the boot mode from there.
+// Everything runs on the main thread, except
+// - the reports of a download (DFUCallback), which come on the channel's reader thread and may
+// change
+//   the boot mode from there,
+// - the reactions to a power-down and a power-up, which come on the restart listener's thread.
 class MarloDaemon {
   public:
     MarloDaemon();
@@ -35,6 +41,7 @@ class MarloDaemon {
     int getMarloPILStatus();     // 1 running, 0 offline, 2 anything else, or unreadable
     int platformSubtypeCheck();  // 0 supported, -19 not supported, -1 not readable
     int startMarloPIL();         // 0, -19, or the result of defaultHandler
+    void registerMarloSSREvent();  // starts the restart listener, once
 
     // Boot modes and updates (boot_mode.cpp).
     void handleBootComplete(int mode);
@@ -44,6 +51,13 @@ class MarloDaemon {
     int defaultHandler();       // 0 when the fall-back to HOST mode came up, else -1
     int startFirmwareUpdate();  // 0
 
+    // The variant without flash (no_flash.cpp): gets its misc data pushed and the RMA service
+    // started, after a boot and after each power-up.
+    void handleNoFlashPsram();
+    int startMiscDataFirmwareUpdate();  // 0; returns once the data are pushed, or have failed to be
+    void on_aon_up();                   // the co-processor has been powered up
+    void on_aon_down();                 // the co-processor has been powered down
+
     // To be set before startMarloDaemon; null for none.
     void set_boot_progress_observer(BootProgressObserver* observer) { observer_ = observer; }
     void notify(BootProgress code);
@@ -52,13 +66,22 @@ class MarloDaemon {
     void exit_twm();
     bool has_marlo_name(const char* instance, char* name);
     bool load_and_wait();
+    void boot_complete(int priority, BootProgress mode);
+    DFUCallback* make_callback();
+    void push_misc_data_and_start_rma();
 
-    char pil_state_path_[50] = {};  // empty until the remoteproc instance is found
+    std::atomic<bool> is_no_flash_ = false;  // powered up as the variant without flash; stays set
+    char pil_state_path_[50] = {};           // empty until the remoteproc instance is found
     std::unique_ptr<MarloComHandler> com_handler_;
     // Reports of the updater's last session may still be on their way while it is destroyed.
     std::vector<std::unique_ptr<DFUCallback>> callbacks_;
+    std::mutex callbacks_lock_;
     std::unique_ptr<marlo_fw_updater> updater_;
-    wear_firmware_info_t* firmware_version_ = nullptr;  // null until a boot completes
+    std::unique_ptr<SSRHandler> ssr_handler_;  // null until registered
+    std::unique_ptr<marlo_rma> rma_;
+    std::atomic<int> no_flash_requests_ = 0;  // calls of handleNoFlashPsram yet to be served
+    // Null until a boot completes.
+    std::atomic<wear_firmware_info_t*> firmware_version_ = nullptr;
     // Every record so far: whoever reads one may still be at it when the next boot completes.
     std::vector<std::unique_ptr<wear_firmware_info_t>> firmware_versions_;
     BootProgressObserver* observer_ = nullptr;

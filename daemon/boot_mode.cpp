@@ -5,11 +5,11 @@
 #include <cutils/properties.h>
 
 #include "daemon/MarloDaemon.h"
+#include "daemon/property_names.h"
 #include "platform/os.h"
 
 namespace {
 
-constexpr const char* kBootCompleteProperty = "vendor.marlo.boot_complete";
 constexpr int kChangeAttempts = 3;
 constexpr unsigned int kLoadSeconds = 1;
 constexpr unsigned int kRetrySeconds = 1;
@@ -21,22 +21,30 @@ void MarloDaemon::handleBootComplete(int mode) {
     firmware_versions_.push_back(com_handler_->get_current_aon_fw_version());
     firmware_version_ = firmware_versions_.back().get();
     if (mode == HOST) {
-        __android_log_print(ANDROID_LOG_ERROR, nullptr, "Marlo boot complete in HOST Mode!");
-        notify(BOOT_PROGRESS_HOST);
+        boot_complete(ANDROID_LOG_ERROR, BOOT_PROGRESS_HOST);
         handleHostMode();
     } else if (mode == FLASH) {
-        __android_log_print(ANDROID_LOG_ERROR, nullptr, "Marlo boot complete in FLASH Mode!");
-        notify(BOOT_PROGRESS_FLASH);
+        boot_complete(ANDROID_LOG_ERROR, BOOT_PROGRESS_FLASH);
         handleFlashMode();
     } else {
         __android_log_print(ANDROID_LOG_ERROR, nullptr, "Unknown marlo boot mode");
     }
 }
 
+void MarloDaemon::boot_complete(int priority, BootProgress mode) {
+    __android_log_print(priority, nullptr, "Marlo boot complete in %s Mode!",
+                        mode == BOOT_PROGRESS_HOST ? "HOST" : "FLASH");
+    notify(mode);
+}
+
 void MarloDaemon::handleHostMode() {
     com_handler_->set_marlo_boot_status(BOOT_STATUS_MAIN_FIRMWARE);
     if (firmware_version_ == nullptr) {
         __android_log_print(ANDROID_LOG_INFO, nullptr, "invaid version info");
+        return;
+    }
+    if (updater_->is_psram_noflash(firmware_version_) == 0) {
+        handleNoFlashPsram();
     }
 }
 
@@ -81,12 +89,10 @@ void MarloDaemon::changeBootmode(int mode) {
     }
     if (mode != FLASH) {
         // The bus stays marked busy: it belongs to the download that follows.
-        __android_log_print(ANDROID_LOG_INFO, nullptr, "Marlo boot complete in HOST Mode!");
-        notify(BOOT_PROGRESS_HOST);
+        boot_complete(ANDROID_LOG_INFO, BOOT_PROGRESS_HOST);
         return;
     }
-    __android_log_print(ANDROID_LOG_INFO, nullptr, "Marlo boot complete in FLASH Mode!");
-    notify(BOOT_PROGRESS_FLASH);
+    boot_complete(ANDROID_LOG_INFO, BOOT_PROGRESS_FLASH);
     property_set(kBootCompleteProperty, "1");
     com_handler_->marlocomSpiFree();
     com_handler_->set_marlo_boot_status(BOOT_STATUS_MAIN_FIRMWARE);
@@ -120,9 +126,15 @@ int MarloDaemon::startFirmwareUpdate() {
     if (updater_ == nullptr) {
         return 0;
     }
-    callbacks_.push_back(std::make_unique<DFUCallback>(com_handler_.get(), this));
-    updater_->startMarloDownloaderWithCallback(callbacks_.back().get());
+    updater_->startMarloDownloaderWithCallback(make_callback());
     updater_->eraseAllRAWPartitionAndContinueDownload();
     notify(BOOT_PROGRESS_UPDATE);
     return 0;
+}
+
+// One for each update. All are kept: a report of an older one may still be on its way.
+DFUCallback* MarloDaemon::make_callback() {
+    const std::lock_guard lock(callbacks_lock_);
+    callbacks_.push_back(std::make_unique<DFUCallback>(com_handler_.get(), this));
+    return callbacks_.back().get();
 }

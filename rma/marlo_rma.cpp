@@ -27,7 +27,6 @@ marlo_rma::~marlo_rma() {
 
 void marlo_rma::startMarloRmaConnection() {
     MARLO_LOG(debug, "%s: called\n", __func__);
-    const std::lock_guard lock(start_lock_);
     const glink_conn_config config = {kChannelName, rma::kConnectSize};
     glink_interface* const previous = glinkInterface;
     MARLO_LOG(error, "About to register callbacks with glinkInterface %p",

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string>
 #include <vector>
@@ -28,7 +27,8 @@ class marlo_rma {
 
     // Opens the channel anew, with a transport of its own, and lets its reader thread serve it.
     // Ends the connection before. Where the channel cannot be opened, nothing is connected then.
-    // Any thread but a reader thread; for as long as the channel takes to open (up to 3 s).
+    // Any thread but a reader thread, one call at a time; for as long as the channel takes to open
+    // (up to 3 s).
     void startMarloRmaConnection();
 
     // --- Called by the transport (its reader thread; errors also on a sender's thread) ---
@@ -71,8 +71,6 @@ class marlo_rma {
 
     std::atomic<glink_interface*> glinkInterface = nullptr;  // owned
 
-    // A boot and a restart may start connections at once. No callback takes this lock.
-    std::mutex start_lock_;
     // Transports of earlier connections, disconnected. They are kept because whoever sends has
     // found its transport without a lock.
     std::vector<std::unique_ptr<glink_interface>> retired_;

@@ -20,7 +20,10 @@
 class DaemonTest : public testing::Test, protected BootProgressObserver {
   protected:
     static constexpr const char* kDfuChannel = "/dev/glink_pkt_marlo_dfu";
+    static constexpr const char* kMiscChannel = "/dev/glink_pkt_marlo_custom_data";
+    static constexpr const char* kRmaChannel = "/dev/glink_pkt_marlo_rma";
     static constexpr const char* kState = "/sys/class/remoteproc//remoteproc1/state";
+    static constexpr const char* kListenerCalled = "D marloSSREventListener: called\n";
     static constexpr const char* kVersionFile = "/vendor/firmware_mnt/image/tbx7700_ver_info.txt";
 
     DaemonTest() {
@@ -28,7 +31,10 @@ class DaemonTest : public testing::Test, protected BootProgressObserver {
         auto& platform = scripted::platform();
         client_wakelock::get_instance();  // before its files are there: it writes nothing
         platform.device("/dev/marlo_com_dev");
-        platform.device(kDfuChannel);
+        for (const char* channel : {kDfuChannel, kMiscChannel, kRmaChannel}) {
+            platform.device(channel);
+        }
+        platform.on_write(kMiscChannel, [](const scripted::Bytes&) { accept_misc_packet(); });
         platform.file("/sys/devices/soc0/platform_subtype_id", "0\n");
         platform.directory("/sys/class/remoteproc/", {{".", DT_DIR}, {"remoteproc1", DT_LNK}});
         platform.file("/sys/class/remoteproc//remoteproc1/name", "soc:zeno,rproc-marlo\n");
@@ -41,6 +47,9 @@ class DaemonTest : public testing::Test, protected BootProgressObserver {
     }
 
     ~DaemonTest() override {
+        if (scripted::platform().count("registerMarloSSREvent: called") > 0) {
+            scripted::platform().end_uevents();
+        }
         daemon_.reset();
         g_marlo_daemon = nullptr;
         g_daemon_state = DAEMON_NOT_STARTED;
@@ -77,13 +86,29 @@ class DaemonTest : public testing::Test, protected BootProgressObserver {
         scripted::platform().wait_until_idle();
     }
 
-    // Commands, properties, sleeps, notifications and the lines of the daemon's core.
+    // The kernel announces an event of the co-processor; returns when the daemon has reacted.
+    void announce(int event) {
+        scripted::platform().uevent("change@/devices/virtual/marlo_com_dev" + std::string(1, '\0') +
+                                    "MARLO_EVENT=" + std::to_string(event));
+        scripted::platform().wait_until_listening();
+    }
+
+    // The co-processor's answer to a misc-data packet: status 0, packets of at most 4096 bytes.
+    static void accept_misc_packet() {
+        scripted::Bytes answer(16);
+        wire::Writer(answer).u32(0).u32(4096);
+        scripted::platform().script_read(kMiscChannel, {answer});
+    }
+
+    // Commands, properties, sleeps, notifications, what goes to the channels, and the lines of the
+    // daemon's core; not the first line of the restart listener, which may come at any time.
     std::vector<std::string> course() {
         static const std::regex statement("^. ~?[A-Za-z_]+:\\d+, [^]*");
         std::vector<std::string> lines;
-        for (std::string line : scripted::platform().transcript(
-                 {"ioctl", "set ", "sleep", "notify", "E ", "I ", "D ", "F "})) {
-            if (!std::regex_match(line, statement)) {
+        for (std::string line :
+             scripted::platform().transcript({"ioctl", "set ", "sleep", "notify", "E ", "I ", "D ",
+                                              "F ", "open /dev/glink", "write /dev/glink"})) {
+            if (!std::regex_match(line, statement) && line != kListenerCalled) {
                 lines.push_back(in_words(line));
             }
         }
@@ -150,6 +175,14 @@ class DaemonTest : public testing::Test, protected BootProgressObserver {
             {"0xc0205609 cmd 7", "save dump"},  {"0xc0205609 cmd 8", "boot status"},
         };
         std::smatch parts;
+        static const std::regex open("open /dev/glink_pkt_marlo_(\\w+) = (-1 (\\d+)|\\d+)");
+        if (std::regex_match(line, parts, open)) {
+            return "open " + parts[1].str() + (parts[3].matched ? " fails: " + parts[3].str() : "");
+        }
+        static const std::regex write("write /dev/glink_pkt_marlo_(\\w+) (\\d+)");
+        if (std::regex_match(line, parts, write)) {
+            return parts[2].str() + " bytes to " + parts[1].str();
+        }
         static const std::regex ioctl("ioctl (\\S+ cmd \\d+) value (\\d+) = (-?\\d+)");
         if (!std::regex_match(line, parts, ioctl)) {
             return line;

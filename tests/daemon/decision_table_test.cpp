@@ -1,5 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 // One situation a test: everything that the daemon does in it, from the first command to the last.
+//
+//   start                                         test
+//   HOST, comes up                                HostBootIsAccepted
+//     variant without flash                       HostBootWithoutFlashIsGivenItsMiscData
+//     the same, misc data pushed already          HostBootWithoutFlashThatHasItsMiscData
+//   HOST, no version                              HostBootWithoutAVersion
+//   HOST, does not load                           FailedHostBootHasNoFallBack
+//   FLASH, update flag not 1 FlashBootWithoutTheUpdateFlagIsUpdatedWithoutLoading FLASH, update
+//   flag 1
+//     versions match                              FlashBootWithMatchingVersions
+//     versions differ                             FlashBootWithDifferentVersions
+//     no version                                  FlashBootWithoutAVersionKeepsTheOldFirmware
+//     does not load, HOST does                    FailedFlashBootFallsBackToHostAndUpdates
+//     does not load, nor does HOST                FailedFallBackIsTheEndOfTheBoot
+//   later                                         test
+//   download finished                             FinishedDownloadSwitchesToFlash
+//   download channel cannot be opened ChannelThatCannotBeOpenedLeavesTheCoprocessorInHostMode
+//   power-up, power-down without flash            PowerUpWithoutFlashPushesTheMiscDataAgain
+//   power-up after the misc data were taken PowerUpWithTheMiscDataInPlaceOnlyStartsTheRmaService
+//   power-up, power-down of any other             PowerUpOfAnotherVariantChangesNothing
 #include "tests/daemon/daemon_fixture.h"
 
 using scripted::platform;
@@ -10,34 +30,75 @@ namespace {
 
 class DecisionTable : public DaemonTest {
   protected:
-    // The whole course: the start, which is always the same, and then these parts.
-    void expect_course(const std::vector<std::vector<std::string>>& parts) {
-        std::vector<std::string> all = start_;
-        for (const auto& part : parts) {
+    using Lines = std::vector<std::string>;
+
+    static Lines joined(const std::vector<Lines>& parts) {
+        Lines all;
+        for (const Lines& part : parts) {
             all.insert(all.end(), part.begin(), part.end());
         }
-        EXPECT_THAT(course(), ElementsAreArray(all));
+        return all;
     }
 
-    const std::vector<std::string> start_ = {
+    // The whole course: the start, which is always the same, and then these parts.
+    void expect_course(const std::vector<Lines>& parts) {
+        seen_ = course().size();
+        EXPECT_THAT(course(), ElementsAreArray(joined({start_, joined(parts)})));
+    }
+
+    void skip_course() { seen_ = course().size(); }
+
+    // What has been added since the last look at the course.
+    void expect_further(const std::vector<Lines>& parts) {
+        Lines further = course();
+        further.erase(further.begin(), further.begin() + static_cast<ptrdiff_t>(seen_));
+        seen_ += further.size();
+        EXPECT_THAT(further, ElementsAreArray(joined(parts)));
+    }
+
+    // A co-processor of the variant without flash, with misc data of 3 and 2 bytes for it.
+    void has_no_flash() {
+        boot_mode_ = HOST;
+        apps_version_ = "APPS.2 NOFLASH_PSRAM";
+        platform().file("/vendor/bt_firmware/image/mrbtfw20.mbn", "abc");
+        platform().file("/vendor/bt_firmware/image/mrnv20.bin", "de");
+    }
+
+    // The version query fails for as long as it is tried.
+    static Lines no_version() {
+        Lines lines;
+        for (int attempt = 1; attempt <= 14; ++attempt) {
+            lines.push_back("query version = -11");
+            lines.push_back(
+                "D get_current_aon_fw_version: Marlo boot done, but get version "
+                "fail-retry:" +
+                std::to_string(attempt));
+            lines.push_back("sleep 1");
+        }
+        lines.push_back("E Send SEND_IPC_CMD failed to get version");
+        return lines;
+    }
+
+    const Lines start_ = {
         "I Start Marlo Daemon",
         "D Dir: .",
         "D Dir: remoteproc1",
         "D read: soc:zeno,rproc-marlo\n",
         "D PIL device: /sys/class/remoteproc//remoteproc1/name - soc:zeno,rproc-marlo\n",
         "D PATH /sys/class/remoteproc//remoteproc1/state",
+        "E registerMarloSSREvent: called\n",
         "I Start Marlo loader\n",
         "I AON present and supported platform subtype: 0\n",
     };
-    const std::vector<std::string> version_ = {
+    const Lines version_ = {
         "query version",     "I KAPI Ver: 0.0.0\n", "I apps_tbx7700: APPS.2-full\n",
         "I dsp_tbx7700: \n", "I bt_tbx7700: \n",
     };
-    const std::vector<std::string> load_ = {
+    const Lines load_ = {
         "D marlofw state: offline\n", "SPI busy", "load", "sleep 1",
         "D marlofw state: running\n", "SPI free",
     };
-    const std::vector<std::string> switch_to_host_ = {
+    const Lines switch_to_host_ = {
         "set mode 0",
         "unload",
         "SPI busy",
@@ -49,22 +110,89 @@ class DecisionTable : public DaemonTest {
         "notify 0",
     };
     // No table, so no partition to erase: the download begins with the state query.
-    const std::vector<std::string> begin_download_ = {
+    const Lines begin_download_ = {
+        "open dfu",
+        "28 bytes to dfu",
         "D handleDFUResponse: ### Getting Marlo DFU State. ###",
         "notify 2",
     };
+    // Start, data, checksum of each file, and the finish.
+    const Lines push_misc_data_ = {
+        "D handleSHMResponse: Marlo SHM Updater:: Waiting for Glink channel open",
+        "boot status 2",
+        "set vendor.zt_aon.misc_update=0",
+        "open custom_data",
+        "D handleSHMResponse: ### Starting Marlo Misc Data Resources Update. ###",
+        "boot status 2",
+        "set vendor.zt_aon.misc_update=0",
+        "16 bytes to custom_data",
+        "19 bytes to custom_data",
+        "20 bytes to custom_data",
+        "16 bytes to custom_data",
+        "18 bytes to custom_data",
+        "20 bytes to custom_data",
+        "16 bytes to custom_data",
+        "sleep 2",
+        "D handleSHMResponse: Marlo Misc Data Resources Update Done",
+    };
+    const Lines start_rma_ = {"D starting rma connection", "open rma"};
+    const Lines no_flash_ = {"I found NOFLASH_PSRAM AON, do misc_data_fW_update"};
+    const Lines no_flash_version_ = {
+        "query version",     "I KAPI Ver: 0.0.0\n", "I apps_tbx7700: APPS.2 NOFLASH_PSRAM\n",
+        "I dsp_tbx7700: \n", "I bt_tbx7700: \n",
+    };
+    const Lines host_boot_ = {"get mode", "I  Marlo is in HOST Mode!\n", "notify 0", "notify 4"};
+    const Lines flash_boot_ = {"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1",
+                               "notify 4"};
+    const Lines host_complete_ = {"E Marlo boot complete in HOST Mode!", "notify 0",
+                                  "boot status 1"};
+
+  private:
+    size_t seen_ = 0;
 };
 
 TEST_F(DecisionTable, HostBootIsAccepted) {
     boot_mode_ = HOST;
     start_until_sleep(2);
-    expect_course(
-        {{"get mode", "I  Marlo is in HOST Mode!\n", "notify 0", "notify 4"},
-         load_,
-         {"get mode", "set vendor.marlo.boot_complete=1"},
-         version_,
-         {"E Marlo boot complete in HOST Mode!", "notify 0", "boot status 1", "sleep 1"}});
+    expect_course({host_boot_,
+                   load_,
+                   {"get mode", "set vendor.marlo.boot_complete=1"},
+                   version_,
+                   host_complete_,
+                   {"sleep 1"}});
     EXPECT_EQ(g_daemon_state, DAEMON_INITIALISED);
+}
+
+TEST_F(DecisionTable, HostBootWithoutFlashIsGivenItsMiscData) {
+    has_no_flash();
+    start_until_sleep(3);
+    expect_course({host_boot_,
+                   load_,
+                   {"get mode", "set vendor.marlo.boot_complete=1"},
+                   no_flash_version_,
+                   host_complete_,
+                   no_flash_,
+                   push_misc_data_,
+                   start_rma_,
+                   {"sleep 1"}});
+    // A boot does not count as a power-up: a power-down leaves the property alone.
+    announce(1);
+    expect_further(
+        {{"set vendor.marlo.boot_complete=0", "I on_aon_down: called\n", "D marlo is power down"}});
+}
+
+TEST_F(DecisionTable, HostBootWithoutFlashThatHasItsMiscData) {
+    has_no_flash();
+    platform().property("vendor.zt_aon.misc_update", "1");
+    start_until_sleep(2);
+    expect_course({host_boot_,
+                   load_,
+                   {"get mode", "set vendor.marlo.boot_complete=1"},
+                   no_flash_version_,
+                   host_complete_,
+                   no_flash_,
+                   start_rma_,
+                   {"sleep 1"}});
 }
 
 TEST_F(DecisionTable, HostBootThatIsRunningAlreadyIsNotLoaded) {
@@ -81,8 +209,11 @@ TEST_F(DecisionTable, HostBootWithoutAVersion) {
     set_running(true);
     version_result_ = -EAGAIN;
     start_until_sleep(15);
-    EXPECT_TRUE(logged("I invaid version info"));
-    EXPECT_EQ(actions().at(actions().size() - 2), "boot status 1");
+    expect_course({host_boot_,
+                   {"D marlofw state: running\n", "get mode", "set vendor.marlo.boot_complete=1"},
+                   no_version(),
+                   host_complete_,
+                   {"I invaid version info", "sleep 1"}});
 }
 
 TEST_F(DecisionTable, FlashBootWithoutTheUpdateFlagIsUpdatedWithoutLoading) {
@@ -98,7 +229,7 @@ TEST_F(DecisionTable, FlashBootWithoutTheUpdateFlagIsUpdatedWithoutLoading) {
 TEST_F(DecisionTable, FlashBootWithMatchingVersions) {
     platform().property("persist.vendor.zt_aon.dfu_update", "1");
     start_until_sleep(2);
-    expect_course({{"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1", "notify 4"},
+    expect_course({flash_boot_,
                    load_,
                    {"get mode = 1", "set vendor.marlo.boot_complete=1"},
                    version_,
@@ -112,8 +243,8 @@ TEST_F(DecisionTable, FlashBootWithDifferentVersions) {
     platform().file(kVersionFile, "\"apps_cochip\": \"APPS.3\",\n");
     start_until_sleep(2);
     expect_course(
-        {{"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1", "notify 4",
-          "D marlofw state: running\n", "get mode = 1", "set vendor.marlo.boot_complete=1"},
+        {flash_boot_,
+         {"D marlofw state: running\n", "get mode = 1", "set vendor.marlo.boot_complete=1"},
          version_,
          {"E Marlo boot complete in FLASH Mode!", "notify 1", "I do fw_version_check",
           "D Version mis-match, switch2HOST, do fW_update", "notify 2"},
@@ -127,10 +258,13 @@ TEST_F(DecisionTable, FlashBootWithoutAVersionKeepsTheOldFirmware) {
     set_running(true);
     version_result_ = -EAGAIN;
     start_until_sleep(15);
-    EXPECT_TRUE(
-        logged("E failed to get fw version! after re-tries, marlo is running with old firmware"));
-    EXPECT_EQ(actions().at(actions().size() - 2), "boot status 1");
-    EXPECT_EQ(boot_mode_, FLASH);
+    expect_course(
+        {flash_boot_,
+         {"D marlofw state: running\n", "get mode = 1", "set vendor.marlo.boot_complete=1"},
+         no_version(),
+         {"E Marlo boot complete in FLASH Mode!", "notify 1",
+          "E failed to get fw version! after re-tries, marlo is running with old firmware",
+          "boot status 1", "sleep 1"}});
 }
 
 TEST_F(DecisionTable, FailedFlashBootFallsBackToHostAndUpdates) {
@@ -138,8 +272,8 @@ TEST_F(DecisionTable, FailedFlashBootFallsBackToHostAndUpdates) {
     loads_to_fail_ = 1;
     start_until_sleep(3);
     expect_course(
-        {{"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1", "notify 4",
-          "D marlofw state: offline\n", "SPI busy", "load = -5", "E Send MARLO_LOAD flag failed",
+        {flash_boot_,
+         {"D marlofw state: offline\n", "SPI busy", "load = -5", "E Send MARLO_LOAD flag failed",
           "sleep 1", "get mode = 1", "set mode 0", "reset", "load", "sleep 1",
           "D marlofw state: running\n", "E Fallback: Marlo boot complete in Host Mode, try DFU",
           "notify 0", "set vendor.marlo.boot_complete=1", "SPI free"},
@@ -152,10 +286,11 @@ TEST_F(DecisionTable, FailedFallBackIsTheEndOfTheBoot) {
     platform().property("persist.vendor.zt_aon.dfu_update", "1");
     stays_offline_ = true;  // the driver says loaded, the state says otherwise
     start_until_sleep(3);
-    EXPECT_THAT(actions(),
-                ElementsAre("get mode = 1", "notify 1", "notify 4", "SPI busy", "load", "sleep 1",
-                            "get mode = 1", "set mode 0", "reset", "load", "sleep 1", "sleep 1"));
-    EXPECT_TRUE(logged("E Marlo boot fail even on fallback to host from flash"));
+    expect_course(
+        {flash_boot_,
+         {"D marlofw state: offline\n", "SPI busy", "load", "sleep 1", "D marlofw state: offline\n",
+          "get mode = 1", "set mode 0", "reset", "load", "sleep 1", "D marlofw state: offline\n",
+          "E Marlo boot fail even on fallback to host from flash", "sleep 1"}});
     EXPECT_EQ(g_daemon_state, DAEMON_BOOT_FAILED);
 }
 
@@ -163,9 +298,10 @@ TEST_F(DecisionTable, FailedHostBootHasNoFallBack) {
     boot_mode_ = HOST;
     loads_to_fail_ = 1;
     start_until_sleep(2);
-    EXPECT_THAT(actions(), ElementsAre("get mode", "notify 0", "notify 4", "SPI busy", "load = -5",
-                                       "sleep 1", "get mode", "sleep 1"));
-    EXPECT_TRUE(logged("E Marlo boot failed in Host Mode."));
+    expect_course(
+        {host_boot_,
+         {"D marlofw state: offline\n", "SPI busy", "load = -5", "E Send MARLO_LOAD flag failed",
+          "sleep 1", "get mode", "E Marlo boot failed in Host Mode.", "sleep 1"}});
     EXPECT_EQ(g_daemon_state, DAEMON_INITIALISING);
 }
 
@@ -180,51 +316,85 @@ TEST_F(DecisionTable, UnknownBootModeIsLoadedWithoutAWord) {
 
 TEST_F(DecisionTable, FinishedDownloadSwitchesToFlash) {
     start_until_sleep(2);
-    const size_t before = course().size();
+    skip_course();
     report_dfu_state(3);  // the co-processor asks for the end of the session
-    std::vector<std::string> rest = course();
-    rest.erase(rest.begin(), rest.begin() + static_cast<ptrdiff_t>(before));
-    EXPECT_THAT(rest, ElementsAre("set persist.vendor.zt_aon.dfu_update=1",
-                                  "D handleDFUResponse: ### Marlo Firmware Update finished. ###",
-                                  "D handleDFUResponse: Changing boot mode to FLASH", "notify 3",
-                                  "set mode 1", "unload", "SPI busy", "soft reset", "load",
-                                  "sleep 1", "D marlofw state: running\n",
-                                  "I Marlo boot complete in FLASH Mode!", "notify 1",
-                                  "set vendor.marlo.boot_complete=1", "SPI free", "boot status 1"));
+    expect_further({{"28 bytes to dfu", "set persist.vendor.zt_aon.dfu_update=1",
+                     "D handleDFUResponse: ### Marlo Firmware Update finished. ###",
+                     "D handleDFUResponse: Changing boot mode to FLASH", "notify 3", "set mode 1",
+                     "unload", "SPI busy", "soft reset", "load", "sleep 1",
+                     "D marlofw state: running\n", "I Marlo boot complete in FLASH Mode!",
+                     "notify 1", "set vendor.marlo.boot_complete=1", "SPI free", "boot status 1"}});
 }
 
-TEST_F(DecisionTable, SwitchIsGivenUpSilentlyAfterThreeAttempts) {
+TEST_F(DecisionTable, SwitchIsGivenUpWithoutAWordAfterThreeAttempts) {
+    const Lines attempt = {"soft reset", "load = -5", "E Send MARLO_LOAD flag failed", "sleep 1",
+                           "sleep 1"};
     start_until_sleep(2);
+    skip_course();
     loads_to_fail_ = 3;
-    const size_t before = actions().size();
     daemon_->changeBootmode(FLASH);
-    std::vector<std::string> rest = actions();
-    rest.erase(rest.begin(), rest.begin() + static_cast<ptrdiff_t>(before));
-    EXPECT_THAT(
-        rest, ElementsAre("set mode 1", "unload", "SPI busy", "soft reset", "load = -5", "sleep 1",
-                          "sleep 1", "soft reset", "load = -5", "sleep 1", "sleep 1", "soft reset",
-                          "load = -5", "sleep 1", "sleep 1", "SPI free"));
+    expect_further({{"set mode 1", "unload", "SPI busy"}, attempt, attempt, attempt, {"SPI free"}});
 }
 
 TEST_F(DecisionTable, SwitchNeedsTheStateToBeRunningAsWell) {
+    const Lines attempt = {"soft reset", "load", "sleep 1", "D marlofw state: offline\n",
+                           "sleep 1"};
     start_until_sleep(2);
+    skip_course();
     stays_offline_ = true;
     daemon_->changeBootmode(FLASH);
-    EXPECT_EQ(actions().back(), "SPI free");
-    EXPECT_EQ(scripted::platform().transcript({"sleep"}).size(), 2u + 6u);
+    expect_further({{"set mode 1", "unload", "SPI busy"}, attempt, attempt, attempt, {"SPI free"}});
 }
 
 TEST_F(DecisionTable, ChannelThatCannotBeOpenedLeavesTheCoprocessorInHostMode) {
     platform().fail_opens(kDfuChannel, {ENODEV, ENODEV, ENODEV});
     start_until_sleep(5);
-    std::vector<std::string> rest = course();
-    const auto first = std::find(rest.begin(), rest.end(), "notify 0");
-    rest.erase(rest.begin(), first);
-    EXPECT_THAT(rest,
-                ElementsAre("notify 0", "sleep 1", "sleep 1", "sleep 1",
-                            "D handleDFUResponse: Marlo dfu channel open failed", "boot status 1",
-                            "D handleDFUResponse: MarloDownloader END", "notify 2", "sleep 1"));
-    EXPECT_EQ(boot_mode_, HOST);
+    expect_course(
+        {{"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1", "notify 2",
+          "I zt_aon.dfu_update is 0, do fW_update"},
+         switch_to_host_,
+         {"open dfu fails: 19", "sleep 1", "open dfu fails: 19", "sleep 1", "open dfu fails: 19",
+          "sleep 1", "D handleDFUResponse: Marlo dfu channel open failed", "boot status 1",
+          "D handleDFUResponse: MarloDownloader END", "notify 2", "sleep 1"}});
+}
+
+TEST_F(DecisionTable, PowerUpWithoutFlashPushesTheMiscDataAgain) {
+    const Lines powered_up = {"D marlo is powered up", "set vendor.marlo.boot_complete=1",
+                              "I on_aon_up: called\n"};
+    has_no_flash();
+    start_until_sleep(3);
+    skip_course();
+    announce(4);
+    expect_further({powered_up, no_flash_, push_misc_data_, start_rma_});
+    platform().property("vendor.zt_aon.misc_update", "1");
+    announce(1);
+    expect_further({{"set vendor.marlo.boot_complete=0", "I on_aon_down: called\n",
+                     "set vendor.zt_aon.misc_update=0", "D marlo is power down"}});
+    announce(4);
+    expect_further({powered_up, no_flash_, push_misc_data_, start_rma_});
+}
+
+TEST_F(DecisionTable, PowerUpWithTheMiscDataInPlaceOnlyStartsTheRmaService) {
+    has_no_flash();
+    start_until_sleep(3);
+    skip_course();
+    platform().property("vendor.zt_aon.misc_update", "1");
+    announce(4);
+    expect_further(
+        {{"D marlo is powered up", "set vendor.marlo.boot_complete=1", "I on_aon_up: called\n"},
+         no_flash_,
+         start_rma_});
+}
+
+TEST_F(DecisionTable, PowerUpOfAnotherVariantChangesNothing) {
+    boot_mode_ = HOST;
+    start_until_sleep(2);
+    skip_course();
+    announce(1);
+    announce(4);
+    expect_further(
+        {{"set vendor.marlo.boot_complete=0", "I on_aon_down: called\n", "D marlo is power down",
+          "D marlo is powered up", "set vendor.marlo.boot_complete=1", "I on_aon_up: called\n"}});
 }
 
 }  // namespace

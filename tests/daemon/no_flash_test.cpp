@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+// The variant without flash, where boots, power-ups and the push of its misc data meet.
+#include "tests/daemon/daemon_fixture.h"
+
+using scripted::platform;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::Not;
+
+namespace {
+
+class NoFlash : public DaemonTest {
+  protected:
+    NoFlash() {
+        boot_mode_ = HOST;
+        set_running(true);
+        apps_version_ = "APPS.2 NOFLASH_PSRAM";
+        platform().file("/vendor/bt_firmware/image/mrnv20.bin", "de");
+    }
+
+    static size_t channel_opens(const std::string& channel) {
+        return platform().transcript({"open " + channel}).size();
+    }
+};
+
+TEST_F(NoFlash, PowerUpBeforeAnyBootCompletionIsNotActedUpon) {
+    daemon_->registerMarloSSREvent();
+    announce(4);
+    EXPECT_THAT(course(), Contains("I on_aon_up: called\n"));
+    EXPECT_THAT(course(), Not(Contains("D starting rma connection")));
+    EXPECT_EQ(channel_opens(kRmaChannel), 0u);
+}
+
+// Two transfers at once would mix their packets.
+TEST_F(NoFlash, PowerUpDuringAPushIsServedAfterIt) {
+    bool announced = false;
+    platform().on_write(kMiscChannel, [&](const scripted::Bytes&) {
+        if (!std::exchange(announced, true)) {
+            announce(4);
+            EXPECT_EQ(channel_opens(kMiscChannel), 1u);
+            EXPECT_EQ(channel_opens(kRmaChannel), 0u);
+        }
+        accept_misc_packet();
+    });
+    start_until_sleep(3);
+    EXPECT_EQ(channel_opens(kMiscChannel), 2u);
+    EXPECT_EQ(channel_opens(kRmaChannel), 2u);
+    EXPECT_EQ(platform().count("D starting rma connection"), 2u);
+    EXPECT_EQ(platform().count("Marlo Misc Data Resources Update Done"), 2u);
+}
+
+// The last packet's write takes nothing, and yet it is answered.
+TEST_F(NoFlash, FinishThatReportsSuccessIsRememberedUntilThePowerGoes) {
+    for (int packet = 0; packet < 3; ++packet) {
+        platform().script_write(kMiscChannel, {});
+    }
+    scripted::Step nothing;
+    nothing.accepted = 0;
+    platform().script_write(kMiscChannel, nothing);
+    start_until_sleep(2);
+    EXPECT_EQ(platform().property("vendor.zt_aon.misc_update"), "1");
+    EXPECT_THAT(actions(), Contains("boot status 3"));
+    announce(4);
+    EXPECT_EQ(channel_opens(kMiscChannel), 1u);
+    EXPECT_EQ(channel_opens(kRmaChannel), 2u);
+    announce(1);
+    EXPECT_EQ(platform().property("vendor.zt_aon.misc_update"), "0");
+}
+
+TEST_F(NoFlash, MiscChannelThatCannotBeOpenedDoesNotKeepTheRmaServiceFromStarting) {
+    platform().fail_opens(kMiscChannel, {ENODEV, ENODEV, ENODEV});
+    start_until_sleep(5);
+    EXPECT_THAT(
+        course(),
+        AllOf(Contains("D handleSHMResponse: Marlo SHM Updater:: Glink channel open failed"),
+              Contains("D handleSHMResponse: ### Marlo Misc Data Resources Update Failed. "
+                       "###"),
+              Contains("open rma")));
+    EXPECT_EQ(platform().property("vendor.zt_aon.misc_update"), "0");
+}
+
+}  // namespace
