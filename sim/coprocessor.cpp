@@ -296,6 +296,10 @@ void Coprocessor::close_channel(Channel channel) {
     find(channel).close();
 }
 
+bool Coprocessor::is_open(Channel channel) const {
+    return find(channel).is_open();
+}
+
 int Coprocessor::receive(Channel channel, std::span<const uint8_t> packet) {
     PacketChannel& receiver = find(channel);
     if (!receiver.is_open()) return -EBADF;

@@ -93,6 +93,7 @@ class Coprocessor {
     // 0, -ENODEV (the co-processor does not run), -EBUSY (already open).
     int open_channel(Channel channel);
     void close_channel(Channel channel);
+    bool is_open(Channel channel) const;
     // One packet written by the daemon: bytes taken, -EPIPE (hung up) or -EBADF (not open).
     int receive(Channel channel, std::span<const uint8_t> packet);
     bool readable(Channel channel) const;

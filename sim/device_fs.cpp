@@ -13,7 +13,9 @@ struct ChannelName {
     const char* file;
     Channel channel;
 };
-constexpr ChannelName kChannels[] = {{"glink_pkt_marlo_dfu", Channel::kDfu}};
+constexpr ChannelName kChannels[] = {{"glink_pkt_marlo_dfu", Channel::kDfu},
+                                     {"glink_pkt_marlo_custom_data", Channel::kMiscData},
+                                     {"glink_pkt_marlo_rma", Channel::kRma}};
 
 // The processors of the chip as the remoteproc class lists them. Those of others are there so that
 // a host that takes the first one, or the state of another one, is found out.

@@ -32,6 +32,7 @@ enum class EventKind {
                 // type, size; "misc ends": the finish was taken
                 // "rma begins": the channel was opened for the first time; "rma half", "rma ends":
                 // so many steps of the program are done
+    kChannel,   // (model) channel, change: "opened", "hung up", "closed"
     kFault,     // (model) fault, occasion (its number) and, where it has one, value (a text): it
                 // strikes now
     kUevent,    // (model) marlo_event: 1 powered down, 4 powered up

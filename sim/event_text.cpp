@@ -63,6 +63,8 @@ std::optional<std::string> describe(const Event& event) {
             return describe_state(fields);
         case EventKind::kPhase:
             return describe_phase(fields);
+        case EventKind::kChannel:
+            return "channel " + fields.value("channel", "?") + ": " + fields.value("change", "?");
         case EventKind::kFault:
             return describe_fault(fields);
         case EventKind::kUevent:

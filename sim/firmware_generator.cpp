@@ -138,6 +138,12 @@ void generate_images(const fs::path& directory) {
     write_file(directory / "tbx7700_ver_info.txt", version_text("00042"));
 }
 
+void generate_misc_data(const fs::path& directory) {
+    constexpr size_t kPayload = 4096 - 16;  // what fits behind a packet's header
+    write_file(directory / "mrbtfw20.mbn", noise(6, 17 * kPayload + 1));
+    write_file(directory / "mrnv20.bin", noise(7, 1234));
+}
+
 void generate_version_file(const fs::path& file) {
     // An older build: who reads this file although the image directory has one sees a difference.
     write_file(file, version_text("00017"));

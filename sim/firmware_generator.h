@@ -11,6 +11,10 @@ namespace sim {
 // that could not be written.
 void generate_images(const std::filesystem::path& directory);
 
+// Writes the files that a co-processor without flash is given: one that takes many packets, the
+// last of which is one byte longer than the others, and one that fits into a single packet.
+void generate_misc_data(const std::filesystem::path& directory);
+
 // Writes the version file that is read where the image directory has none.
 void generate_version_file(const std::filesystem::path& file);
 

@@ -39,6 +39,14 @@ void declare(CLI::App& app, Options& options) {
     app.add_option("--firmware", options.firmware, "Image directory to serve and to judge by")
         ->check(CLI::ExistingDirectory)
         ->option_text("DIR");
+    app.add_option("--bt-firmware", options.bt_firmware,
+                   "Directory with the misc data mrbtfw20.mbn and mrnv20.bin")
+        ->check(CLI::ExistingDirectory)
+        ->option_text("DIR");
+    app.add_option("--payload-limit", options.payload_limit,
+                   "Largest packet of misc data, its header of 16 bytes included (4096)")
+        ->check(CLI::Range(uint32_t{17}, static_cast<uint32_t>(kLargestTransfer - 1)))
+        ->option_text("BYTES");
     app.add_option("--fragment", options.fragment, "Bytes of an image asked for at a time (4096)")
         ->check(CLI::Range(uint32_t{1}, kLargestFragment))
         ->option_text("BYTES");

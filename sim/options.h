@@ -15,8 +15,10 @@ namespace sim {
 struct Options {
     std::string scenario = "update";
     std::optional<std::filesystem::path> firmware;
-    std::optional<uint32_t> fragment;    // bytes
-    std::optional<uint64_t> flash_rate;  // bytes per second
+    std::optional<std::filesystem::path> bt_firmware;
+    std::optional<uint32_t> fragment;       // bytes
+    std::optional<uint32_t> payload_limit;  // bytes
+    std::optional<uint64_t> flash_rate;     // bytes per second
     std::optional<std::filesystem::path> root;
     bool keep = false;
     std::filesystem::path daemon;

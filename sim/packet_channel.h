@@ -52,6 +52,7 @@ class PacketChannel {
     virtual void on_open() {}
     virtual void on_hang_up() {}
 
+    void emit_change(const char* change);
     void emit_packet(const char* direction, nlohmann::json description);
 
     const char* name_;

@@ -16,6 +16,8 @@ const char* event_kind_name(EventKind kind) {
             return "state";
         case EventKind::kPhase:
             return "phase";
+        case EventKind::kChannel:
+            return "channel";
         case EventKind::kFault:
             return "fault";
         case EventKind::kUevent:

@@ -25,7 +25,7 @@ constexpr const char* kMarker = ".marlo-sim-root";
 constexpr const char* kNewMarker = ".marlo-sim-root.new";
 constexpr std::string_view kKept = "kept\n";
 // All that is made at the top, apart from the marker.
-constexpr const char* kContents[] = {"dev", "sys", "run", "var", "vendor"};
+constexpr const char* kContents[] = {"data", "dev", "run", "sys", "var", "vendor"};
 
 [[noreturn]] void fail(const fs::path& path, const std::string& what) {
     throw RootError(path.string() + ": " + what);
@@ -138,6 +138,8 @@ void Root::make_directories() {
     fs::create_directory(path_ / "dev");
     fs::create_directory(path_ / "sys");
     fs::create_directories(firmware_directory());
+    fs::create_directories(bt_firmware_directory());
+    fs::create_directories(backing_directory());
 }
 
 void Root::remove_contents() {

@@ -30,6 +30,9 @@ class Root {
 
     const std::filesystem::path& path() const { return path_; }  // absolute, without links
     std::filesystem::path firmware_directory() const { return path_ / "vendor/firmware_mnt"; }
+    std::filesystem::path bt_firmware_directory() const { return path_ / "vendor/bt_firmware"; }
+    // Where the daemon keeps the co-processor's memory partitions.
+    std::filesystem::path backing_directory() const { return path_ / "data/vendor/aon"; }
 
     // Removes the roots in the directory for temporary files that a killed process of this user
     // left behind, and detaches their dead mounts.

@@ -41,6 +41,7 @@ std::string property_words(const nlohmann::json& fields) {
 std::string phase_words(const nlohmann::json& fields) {
     const std::string phase = fields.at("phase");
     if (phase == "state") return phase + " " + fields.at("state").get<std::string>();
+    if (phase == "misc resource") return "";  // how many there are is up to the files
     for (const char* step : {"session ", "unknown image", "misc ", "rma "}) {
         if (phase.starts_with(step)) return phase;
     }
@@ -72,6 +73,7 @@ Behaviour behaviour_for(const Scenario& scenario, const FirmwareBundle& firmware
     behaviour.boot_mode = scenario.start.boot_mode;
     behaviour.running = scenario.start.running;
     behaviour.faults = scenario.start.faults;
+    behaviour.rma = scenario.start.rma;
     behaviour.versions.apps = running_version(shipped.apps, which);
     behaviour.versions.dsp = running_version(shipped.dsp, RunningFirmware::kShipped);
     behaviour.versions.bt = running_version(shipped.bt, RunningFirmware::kShipped);
@@ -123,6 +125,13 @@ void Judge::event(const Event& event) {
             if (fields.contains("exit")) happened("exit " + fields.at("exit").dump());
             if (fields.contains("signal")) happened("signal " + fields.at("signal").dump());
             return;
+        case EventKind::kChannel: {
+            // When the others are opened and closed follows from what is said on them.
+            const std::string words = fields.at("channel").get<std::string>() + " " +
+                                      fields.at("change").get<std::string>();
+            if (words == "rma opened") happened(words);
+            return;
+        }
         case EventKind::kPacket:
         case EventKind::kState:
         case EventKind::kSysfs:
@@ -167,8 +176,16 @@ void Judge::logged(const std::string& line) {
     last_progress_ = now_;
 }
 
-std::optional<Stimulus> Judge::take_stimulus() {
+// None: the next step is none of the simulator's.
+std::optional<Time> Judge::stimulus_due() const {
     if (next_ == scenario_.steps.size() || !scenario_.steps[next_].stimulus) return {};
+    const auto* restart = std::get_if<Restart>(&*scenario_.steps[next_].stimulus);
+    return last_progress_ + (restart ? restart->pause : Time{0});
+}
+
+std::optional<Stimulus> Judge::take_stimulus(Time now) {
+    const auto due = stimulus_due();
+    if (!due || now < *due) return {};
     const Step& step = scenario_.steps[next_];
     stimuli_taken_.push_back(step.words);
     done(next_);
@@ -194,7 +211,8 @@ Verdict Judge::verdict(const Coprocessor& model, Time now) const {
 }
 
 std::optional<Time> Judge::next_deadline() const {
-    if (!complete() || !failure_.empty()) return {};
+    if (!failure_.empty()) return {};
+    if (!complete()) return stimulus_due();
     return last_progress_ + scenario_.settle;
 }
 
@@ -214,6 +232,9 @@ std::string Judge::wrong_end(const Coprocessor& model) const {
     if (status.boot_status != end.boot_status) {
         return differs("boot status", status_words(end.boot_status),
                        status_words(status.boot_status));
+    }
+    if (end.rma_channel_open && (!model.is_open(Channel::kRma) || model.hung_up(Channel::kRma))) {
+        return differs("channel rma", "open", "closed or hung up");
     }
     if (status.wakelock_held) return "at the end the wakelock is still held";
     std::string why;

@@ -9,7 +9,7 @@
 //     Judge judge(*scenario);
 //     Coprocessor model(behaviour, firmware, observer);   // observer hands every event to judge
 //     each time something has happened or a deadline has passed:
-//         while (auto stimulus = judge.take_stimulus()) write the property or restart the model;
+//         while (auto stimulus = judge.take_stimulus(now)) write the property or restart the model;
 //         Verdict verdict = judge.verdict(model, now);
 // The judge looks at the order of control commands and property changes. A property is written by
 // another road than a command: on receiving a request, first read the property changes that have
@@ -44,6 +44,7 @@ struct Start {
     RunningFirmware firmware = RunningFirmware::kShipped;
     std::vector<FaultRequest> faults = {};
     bool flash_image = true;  // flash.bin is there
+    RmaLength rma = RmaLength::kShort;
 };
 
 struct PropertyChange {
@@ -52,7 +53,8 @@ struct PropertyChange {
 };
 
 struct Restart {
-    Time length;  // from power-down to power-up
+    Time length;    // from power-down to power-up
+    Time pause{0};  // after the step before, for the daemon to take it in
 };
 
 // What the simulator does by itself.
@@ -68,6 +70,9 @@ using Stimulus = std::variant<PropertyChange, Restart>;
 //   "session cancelled": by the co-processor
 //   "state INIT" and so on, "state refused": a state query is answered
 //   "unknown image": the host has told that there is none
+//   "misc begins", "misc ends": the first start packet, the finish packet accepted
+//   "rma opened": the channel of the co-processor's memory, each time
+//   "rma begins", "rma half", "rma ends": of what the co-processor does with its memory; each once
 //   "exit 237", "signal 6": the daemon ends
 struct Step {
     std::string words;
@@ -86,7 +91,11 @@ struct End {
     bool running = true;
     bool spi_busy = false;
     std::optional<uint32_t> boot_status = {};
-    bool flash_written = false;  // the flash holds the firmware, byte for byte
+    bool flash_written = false;     // the flash holds the firmware, byte for byte
+    bool rma_channel_open = false;  // the daemon serves the co-processor's memory
+    // For the front end, which knows the files:
+    bool misc_data = false;      // the co-processor was given all misc data since it was powered up
+    bool backing_files = false;  // they hold the co-processor's memory, and there is nothing else
 };
 
 struct Scenario {
@@ -122,10 +131,11 @@ class Judge : public Observer {
 
     // What the simulator has to do now. A change of a property that the front end then sees itself
     // may be handed in as an event or not.
-    std::optional<Stimulus> take_stimulus();
+    std::optional<Stimulus> take_stimulus(Time now);
 
     Verdict verdict(const Coprocessor& model, Time now) const;
-    // When to ask for the verdict again if nothing happens; none: the daemon has to do something.
+    // When to ask for a stimulus or the verdict again if nothing happens; none: the daemon has to
+    // do something.
     std::optional<Time> next_deadline() const;
     // For the message of a time-out: "load, after soft reset".
     std::string waiting_for() const;
@@ -134,6 +144,7 @@ class Judge : public Observer {
     void happened(const std::string& words);
     bool expects(size_t step, const std::string& words) const;
     void done(size_t step);
+    std::optional<Time> stimulus_due() const;
     void logged(const std::string& line);
     bool complete() const { return next_ == scenario_.steps.size() && logs_missing_.empty(); }
     std::string wrong_end(const Coprocessor& model) const;

@@ -16,6 +16,7 @@ using Steps = std::vector<Step>;
 
 constexpr const char* kPresence = "ro.vendor.zt_aon_presence";
 constexpr const char* kUpdateDone = "persist.vendor.zt_aon.dfu_update";
+constexpr const char* kMiscPushed = "vendor.zt_aon.misc_update";
 constexpr const char* kReset = "vendor.marlo_reset";
 
 // Longer than the period in which the daemon looks at its reset property, so that a command too
@@ -23,6 +24,7 @@ constexpr const char* kReset = "vendor.marlo_reset";
 constexpr Time kSettle = 1300ms;
 
 const std::map<std::string, std::string> kNewDevice = {{kPresence, "1"}};
+const std::map<std::string, std::string> kPushedBefore = {{kPresence, "1"}, {kMiscPushed, "1"}};
 const std::map<std::string, std::string> kUpdatedBefore = {{kPresence, "1"}, {kUpdateDone, "1"}};
 
 Steps course(std::initializer_list<Steps> parts) {
@@ -44,6 +46,19 @@ const Steps kDownload = course({kSessionBegins, kSessionEnds});
 const Steps kSwitchToFlash = {
     "set boot mode FLASH",          "unload",   "SPI busy",     "soft reset", "load",
     "vendor.marlo.boot_complete=1", "SPI free", "boot status 1"};
+const Steps kRestart = {Restart{300ms}, "vendor.marlo.boot_complete=0",
+                        "vendor.marlo.boot_complete=1"};
+
+// The channel is announced as awaited, then the transfer begins.
+const Steps kPushMiscData = {"boot status 2", "vendor.zt_aon.misc_update=0",
+                             "boot status 2", "vendor.zt_aon.misc_update=0",
+                             "misc begins",   "misc ends"};
+const Steps kServeMemory = {"rma opened", "rma begins", "rma half", "rma ends"};
+const Steps kHostBoot = course({kAskHost, kLoad, kAskHost, kBootComplete, kReportReady});
+// After a restart the transport of before reopens the channel by itself, on its own thread, and is
+// then replaced.
+const Steps kReopenAndReplace = {Step::early("rma opened"), "rma opened"};
+
 // An update with something in between.
 Steps update_with(const Steps& steps) {
     return course({kAskFlash, kSwitchToHost, kSessionBegins, steps, kSessionEnds, kSwitchToFlash});
@@ -53,6 +68,14 @@ const Steps kFlashBoot = course({kAskFlash, kLoad, kAskFlash, kBootComplete, kRe
 
 const End kRunsFlash = {.boot_status = 1};
 const End kRunsNewFlash = {.boot_status = 1, .flash_written = true};
+// A completed transfer of misc data is not reported as a boot status of its own.
+const End kServed = {.boot_mode = kHostMode,
+                     .boot_status = 2,
+                     .rma_channel_open = true,
+                     .misc_data = true,
+                     .backing_files = true};
+const End kServedBefore = {
+    .boot_mode = kHostMode, .boot_status = 1, .rma_channel_open = true, .backing_files = true};
 const End kNeverStarted = {.running = false};
 // The download owns the bus and has not given it back.
 const End kLeftInHostMode = {.boot_mode = kHostMode, .spi_busy = true};
@@ -86,7 +109,7 @@ std::vector<Scenario> make_scenarios() {
         {.name = "host",
          .description = "boots in HOST mode by itself: no download",
          .start = {.properties = kNewDevice, .boot_mode = kHostMode},
-         .steps = course({kAskHost, kLoad, kAskHost, kBootComplete, kReportReady}),
+         .steps = kHostBoot,
          .logs = {"Marlo boot complete in HOST Mode!"},
          .end = {.boot_mode = kHostMode, .boot_status = 1},
          .settle = kSettle},
@@ -135,6 +158,86 @@ std::vector<Scenario> make_scenarios() {
          .logs = {"***** Marlo Reset Start *****"},
          .end = kRunsFlash,
          .settle = 2300ms},
+        {.name = "noflash",
+         .description = "the variant without flash: misc data is pushed, then its memory served",
+         .start = {.properties = kNewDevice,
+                   .boot_mode = kHostMode,
+                   .firmware = RunningFirmware::kNoFlash},
+         .steps = course({kHostBoot, kPushMiscData, kServeMemory}),
+         .logs = {"found NOFLASH_PSRAM AON, do misc_data_fW_update",
+                  "handleSHMResponse: Marlo Misc Data Resources Update Done"},
+         .end = kServed,
+         .settle = kSettle},
+        {.name = "noflash-done",
+         .description = "the variant without flash has its misc data: its memory is served",
+         .start = {.properties = kPushedBefore,
+                   .boot_mode = kHostMode,
+                   .firmware = RunningFirmware::kNoFlash},
+         .steps = course({kHostBoot, kServeMemory}),
+         .logs = {"starting rma connection"},
+         .end = kServedBefore,
+         .settle = kSettle},
+        {.name = "restart",
+         .description = "two restarts of the variant without flash: misc data again each time",
+         .start = {.properties = kNewDevice,
+                   .boot_mode = kHostMode,
+                   .firmware = RunningFirmware::kNoFlash},
+         .steps = course({kHostBoot,
+                          kPushMiscData,
+                          {"rma opened", "rma begins", "rma half"},
+                          kRestart,
+                          kPushMiscData,
+                          kReopenAndReplace,
+                          {Step::early("rma ends")},
+                          // From the second on the restart takes back that it was pushed.
+                          {Restart{300ms}, "vendor.marlo.boot_complete=0",
+                           "vendor.zt_aon.misc_update=0", "vendor.marlo.boot_complete=1"},
+                          kPushMiscData,
+                          kReopenAndReplace}),
+         .logs = {"marlo is power down", "marlo is powered up"},
+         .end = kServed,
+         .settle = kSettle},
+        {.name = "rma",
+         .description =
+             "the memory of the variant without flash, at length, with a restart halfway",
+         .start = {.properties = kPushedBefore,
+                   .boot_mode = kHostMode,
+                   .firmware = RunningFirmware::kNoFlash,
+                   .rma = RmaLength::kLong},
+         .steps = course({kHostBoot,
+                          {"rma opened", "rma begins", "rma half"},
+                          kRestart,
+                          kReopenAndReplace,
+                          {"rma ends"}}),
+         .logs = {"marlo is powered up"},
+         .end = kServedBefore,
+         .settle = kSettle},
+        {.name = "misc-retry",
+         .description = "misc data is refused twice and taken the third time",
+         .start = {.properties = kNewDevice,
+                   .boot_mode = kHostMode,
+                   .firmware = RunningFirmware::kNoFlash,
+                   .faults = {{Fault::kMiscStartRefused, 1}, {Fault::kMiscCrcRefused, 1}}},
+         .steps = course({kHostBoot, kPushMiscData, kServeMemory}),
+         .logs = {"send_start_data_buffer failed with : 1", "send_crc_data_buffer failed with: 1"},
+         .end = kServed,
+         .settle = kSettle},
+        {.name = "misc-failure",
+         .description = "misc data is never taken: the memory is served all the same",
+         .start = {.properties = kNewDevice,
+                   .boot_mode = kHostMode,
+                   .firmware = RunningFirmware::kNoFlash,
+                   .faults = {{Fault::kMiscCrcRefused}}},
+         .steps = course({kHostBoot,
+                          {"boot status 2", "vendor.zt_aon.misc_update=0", "boot status 2",
+                           "vendor.zt_aon.misc_update=0", "misc begins"},
+                          kServeMemory}),
+         .logs = {"handleSHMResponse: ### Marlo Misc Data Resources Update Failed. ###"},
+         .end = {.boot_mode = kHostMode,
+                 .boot_status = 2,
+                 .rma_channel_open = true,
+                 .backing_files = true},
+         .settle = kSettle},
         {.name = "resume",
          .description = "the channel hangs up in the middle of an image: the download goes on",
          .start = {.properties = kNewDevice, .faults = {{Fault::kHangUpAtFragment, 3}}},
@@ -174,7 +277,12 @@ std::vector<Scenario> make_scenarios() {
         {.name = "cancel",
          .description = "the co-processor cancels in the middle of an image",
          .start = {.properties = kNewDevice, .faults = {{Fault::kCancel, 3}}},
-         .steps = course({kAskFlash, kSwitchToHost, kSessionBegins, {"session cancelled"}}),
+         .steps =
+             course({kAskFlash,
+                     kSwitchToHost,
+                     kSessionBegins,
+                     {"session cancelled", Restart{300ms, 500ms}, "vendor.marlo.boot_complete=0",
+                      "vendor.marlo.boot_complete=1", Step::early("state CANCEL_UPDATE_REQ")}}),
          .logs = {"handleDFUResponse: Received CANCEL_UPDT_REQ"},
          .end = kLeftInHostMode,
          .settle = kSettle},

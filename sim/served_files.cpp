@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/served_files.h"
 
+#include <fstream>
 #include <iostream>
+#include <iterator>
+#include <optional>
+#include <utility>
 
 #include "sim/firmware_generator.h"
 
@@ -27,6 +31,21 @@ void generate_firmware(const Root& root) {
     generate_version_file(versions / "ver_info.txt");
 }
 
+// The types of misc data and their files.
+constexpr std::pair<uint32_t, const char*> kMiscData[] = {{0, "mrbtfw20.mbn"}, {1, "mrnv20.bin"}};
+constexpr uint64_t kLargestMiscData = 256 << 20;
+
+// None if there is no such file: it is then not sent either.
+std::optional<Bytes> read_misc_data(const fs::path& file) {
+    if (!fs::is_regular_file(file)) return {};
+    if (fs::file_size(file) > kLargestMiscData) {
+        throw FirmwareError(file.string() + ": " + std::to_string(fs::file_size(file)) +
+                            " bytes, more than " + std::to_string(kLargestMiscData));
+    }
+    std::ifstream stream(file, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(stream), {});
+}
+
 }  // namespace
 
 FirmwareBundle provide_firmware(const Root& root, const Options& options, const Start& start) {
@@ -49,6 +68,21 @@ FirmwareBundle provide_firmware(const Root& root, const Options& options, const 
     FirmwareBundle firmware = FirmwareBundle::load(given, versions, start.platform);
     for (const std::string& note : firmware.notes) std::cerr << "marlo-sim: " << note << "\n";
     return firmware;
+}
+
+MiscFiles provide_misc_data(const Root& root, const Options& options) {
+    const fs::path directory = root.bt_firmware_directory() / "image";
+    if (options.bt_firmware) {
+        fs::create_directory_symlink(fs::canonical(*options.bt_firmware), directory);
+    } else {
+        fs::create_directory(directory);
+        generate_misc_data(directory);
+    }
+    MiscFiles files;
+    for (const auto& [type, name] : kMiscData) {
+        if (auto bytes = read_misc_data(directory / name)) files[type] = std::move(*bytes);
+    }
+    return files;
 }
 
 }  // namespace sim

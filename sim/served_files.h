@@ -14,4 +14,8 @@ namespace sim {
 // Throws FirmwareError, or std::runtime_error if the scenario cannot be had with the user's images.
 FirmwareBundle provide_firmware(const Root& root, const Options& options, const Start& start);
 
+// Puts the misc data in its place; the result is what the co-processor is to be given, by type.
+// Throws FirmwareError for files that are too big.
+MiscFiles provide_misc_data(const Root& root, const Options& options);
+
 }  // namespace sim

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <iostream>
 
+#include "sim/backing_files.h"
 #include "sim/served_files.h"
 
 namespace fs = std::filesystem;
@@ -67,6 +68,7 @@ Session::Session(const Options& options, const Scenario& scenario, SignalWatch& 
       judge_(scenario_),
       patience_(time_limit(options)) {
     if (options_.transcript) transcript_.emplace(*options_.transcript);
+    misc_data_ = provide_misc_data(root_, options_);
     make_coprocessor();
     prepare_properties();
     files_ = std::make_unique<DeviceFs>(root_.path(), scenario_.start, *coprocessor_);
@@ -77,6 +79,7 @@ void Session::make_coprocessor() {
     Behaviour behaviour = behaviour_for(scenario_, firmware);
     behaviour.faults.insert(behaviour.faults.begin(), options_.faults.begin(),
                             options_.faults.end());
+    if (options_.payload_limit) behaviour.payload_limit = *options_.payload_limit;
     if (options_.fragment) behaviour.fragment_size = *options_.fragment;
     if (options_.flash_rate) behaviour.flash_rate = *options_.flash_rate;
     coprocessor_ = std::make_unique<Coprocessor>(behaviour, std::move(firmware),
@@ -187,7 +190,7 @@ void Session::take_daemon_end() {
 void Session::advance() {
     coprocessor_->set_time(now());
     files_->serve_channels();
-    while (const auto stimulus = judge_.take_stimulus()) {
+    while (const auto stimulus = judge_.take_stimulus(now())) {
         if (const auto* change = std::get_if<PropertyChange>(&*stimulus)) {
             properties_.set(change->name, change->value);
         } else {
@@ -212,9 +215,25 @@ Verdict Session::verdict() {
     return verdict;
 }
 
+// What can be looked at only when the daemon writes no more.
+std::string Session::wrong_files() {
+    std::string why;
+    if (scenario_.end.misc_data && !coprocessor_->misc_data_matches(misc_data_, &why)) return why;
+    if (!scenario_.end.backing_files) return "";
+    if (daemon_) {
+        files_.reset();  // else it may hang in a request that nobody answers
+        daemon_.reset();
+    }
+    return difference(root_.backing_directory(), coprocessor_->backing_files());
+}
+
 Session::Result Session::finish(Result result) {
     const Time end = now();
     if (daemon_) daemon_->kill();
+    if (result.verdict.outcome == Verdict::kPass) {
+        const std::string wrong = wrong_files();
+        if (!wrong.empty()) result.verdict = {Verdict::kFail, wrong};
+    }
     Display::Ending ending = {result.verdict.outcome == Verdict::kFail && !result.signal, {}};
     if (ending.failed) ending.failures = coprocessor_->failures();
     std::erase(ending.failures, result.verdict.why);

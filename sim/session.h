@@ -59,6 +59,7 @@ class Session : private Observer {
     void take_daemon_end();
     void advance();
     Verdict verdict();
+    std::string wrong_files();
     Result finish(Result result);
     Time now() const;
     void emit(EventKind kind, nlohmann::json fields);
@@ -73,6 +74,7 @@ class Session : private Observer {
     std::optional<Transcript> transcript_;
     Judge judge_;
     Patience patience_;
+    MiscFiles misc_data_;
     std::unique_ptr<Coprocessor> coprocessor_;
     std::unique_ptr<DaemonProcess> daemon_;  // outlives the mounts that it uses
     std::unique_ptr<DeviceFs> files_;

@@ -44,6 +44,11 @@ class Play {
         if (words == "session ends") return host.answer();
         if (words == "state INIT" || words == "state refused") return begin_download();
         if (words.starts_with("state ")) return go_on();
+        if (words == "rma opened") return open_memory();
+        if (words == "rma begins") return;  // told by the model at the first opening
+        if (words.starts_with("rma ") || words.starts_with("misc ")) {
+            return tell(EventKind::kPhase, {{"phase", words}});
+        }
         if (words == "unknown image" || words == "session cancelled") return host.answer();
         if (words == "reset") return (void)host.reset();
         if (words.starts_with("query version")) return (void)host.query_version();
@@ -59,7 +64,7 @@ class Play {
 
     void perform_all(const Scenario& scenario, size_t count) {
         for (size_t i = 0; i < count; ++i) {
-            const auto stimulus = judge.take_stimulus();
+            const auto stimulus = judge.take_stimulus(now + 10s);
             if (stimulus && std::holds_alternative<Restart>(*stimulus)) {
                 host.model.restart_announced(std::get<Restart>(*stimulus).length);
             } else {
@@ -88,6 +93,12 @@ class Play {
         host.model.write_wake_lock(std::string_view("MARLODAEMON_WAKEUP", 19));
         host.erase_all();
         host.ask_state();
+    }
+    void open_memory() {
+        host.model.close_channel(Channel::kRma);
+        now += 1s;
+        host.model.set_time(now);
+        host.model.open_channel(Channel::kRma);
     }
     void go_on() {
         host.answer();
@@ -189,15 +200,17 @@ TEST(Judge, StepOfAnotherThreadMayComeBeforeTheOneInFrontOfIt) {
 
 TEST(Judge, AsksForARestartWhenItsTurnHasCome) {
     Scenario scenario = *find_scenario("host");
-    scenario.steps = {"a=1", Restart{100ms}, "b=1"};
+    scenario.steps = {"a=1", Restart{100ms, 30ms}, "b=1"};
     Play play(scenario);
-    EXPECT_FALSE(play.judge.take_stimulus());
+    EXPECT_FALSE(play.judge.take_stimulus(1h));
     play.perform("a=1");
     EXPECT_EQ(play.judge.waiting_for(), "nothing before restart after a=1");
-    const auto stimulus = play.judge.take_stimulus();
+    EXPECT_EQ(play.judge.next_deadline(), play.now + 30ms);
+    EXPECT_FALSE(play.judge.take_stimulus(play.now + 30ms - 1ns));
+    const auto stimulus = play.judge.take_stimulus(play.now + 30ms);
     ASSERT_TRUE(stimulus);
     EXPECT_EQ(std::get<Restart>(*stimulus).length, 100ms);
-    EXPECT_FALSE(play.judge.take_stimulus());
+    EXPECT_FALSE(play.judge.take_stimulus(1h));
     EXPECT_EQ(play.judge.waiting_for(), "b=1 after restart");
 }
 
