@@ -165,6 +165,7 @@ TEST_F(DecisionTable, HostBootIsAccepted) {
 
 TEST_F(DecisionTable, HostBootWithoutFlashIsGivenItsMiscData) {
     has_no_flash();
+    platform().property("vendor.zt_aon.misc_update", "2");  // anything but 1
     start_until_sleep(3);
     expect_course({host_boot_,
                    load_,
@@ -366,7 +367,7 @@ TEST_F(DecisionTable, PowerUpWithoutFlashPushesTheMiscDataAgain) {
     skip_course();
     announce(4);
     expect_further({powered_up, no_flash_, push_misc_data_, start_rma_});
-    platform().property("vendor.zt_aon.misc_update", "1");
+    platform().property("vendor.zt_aon.misc_update", "2");
     announce(1);
     expect_further({{"set vendor.marlo.boot_complete=0", "I on_aon_down: called\n",
                      "set vendor.zt_aon.misc_update=0", "D marlo is power down"}});
