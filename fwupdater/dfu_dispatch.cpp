@@ -4,9 +4,10 @@
 
 #include "daemon/marlo_deamon_log.h"
 #include "fwupdater/marlo_fw_updater.h"
+#include "glink/channel_user_log.h"
 
 void marlo_fw_updater::conn_res_event_cb(const uint8_t* data, uint32_t length) {
-    MARLO_LOG(debug, "received res or event");
+    channel_user_log::received(__func__);
     if (length > dfu::DFU_RX_BUFFER_SIZE) {
         // No message of the protocol is that long: the channel carries something else, and
         // whatever is answered may end up in flash.
@@ -19,7 +20,7 @@ void marlo_fw_updater::conn_res_event_cb(const uint8_t* data, uint32_t length) {
     const dfu::ReceivedMessage message({data, length});
     const char* name = dfu::received_message_name(message.command_id());
     if (name == nullptr) {
-        MARLO_LOG(error, "GLINK_int invalid cmd id");
+        channel_user_log::invalid_command(__func__);
         report(Callback::STATUS_ERROR, "Received INVALID CMD RESP");
         return;
     }

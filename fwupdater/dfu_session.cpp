@@ -6,6 +6,7 @@
 
 #include "daemon/marlo_deamon_log.h"
 #include "fwupdater/marlo_fw_updater.h"
+#include "glink/channel_user_log.h"
 #include "platform/os.h"
 
 namespace {
@@ -99,7 +100,7 @@ int marlo_fw_updater::send_aon_request(uint32_t command_id, const dfu::Payload& 
     std::vector<uint8_t> message = message_buffer_.take();
     try {
         const uint32_t crc = dfu::build_message(message, command_id, payload);
-        MARLO_LOG(debug, "send_aon_request %x", crc);
+        channel_user_log::sending(__func__, crc);
     } catch (const std::bad_alloc&) {
         MARLO_LOG(error, "no memory for message %u with %u bytes", command_id, payload.length);
         return 0;

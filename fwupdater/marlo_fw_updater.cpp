@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "daemon/marlo_deamon_log.h"
+#include "glink/channel_user_log.h"
 #include "glink/marlo_glink.h"
 #include "platform/os.h"
 
@@ -34,8 +35,7 @@ void marlo_fw_updater::startMarloDownloaderWithCallback(Callback* cb) {
         const glink_conn_config config = {kChannelName, dfu::DFU_RX_BUFFER_SIZE};
         glink_interface* transport = make_transport_(config).release();
         glinkInterface = transport;
-        MARLO_LOG(debug, "About to register callbacks with glinkInterface %p",
-                  static_cast<void*>(transport));
+        channel_user_log::registering(__func__, transport);
         transport->register_cb(
             [this](uint8_t* data, uint32_t length) { conn_res_event_cb(data, length); },
             [this](glink_interface_error error) { conn_error_cb(error); });
@@ -57,7 +57,7 @@ void marlo_fw_updater::endMarloDownloader() {
 glink_interface* marlo_fw_updater::transport_for(const char* function) {
     glink_interface* transport = glinkInterface;
     if (transport == nullptr) {
-        MARLO_LOG_FOR(function, error, "glinkInterface != nullptr");
+        channel_user_log::no_transport(function);
     }
     return transport;
 }
@@ -76,7 +76,7 @@ void marlo_fw_updater::last_report(const char* function, const std::function<voi
 }
 
 void marlo_fw_updater::conn_error_cb(glink_interface_error error) {
-    MARLO_LOG(error, "conn_error_cb =%d", static_cast<int>(error));
+    channel_user_log::channel_error(__func__, error);
     if (error == GLINK_OPEN_FAILED) {
         report(Callback::STATUS_CHANNEL_ERROR, "Marlo dfu channel open failed");
         endMarloDownloader();

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "daemon/marlo_deamon_log.h"
+#include "glink/channel_user_log.h"
 #include "glink/marlo_glink.h"
 #include "rma/rma_messages.h"
 
@@ -29,8 +30,7 @@ void marlo_rma::startMarloRmaConnection() {
     MARLO_LOG(debug, "%s: called\n", __func__);
     const glink_conn_config config = {kChannelName, rma::kConnectSize};
     glink_interface* const previous = glinkInterface;
-    MARLO_LOG(error, "About to register callbacks with glinkInterface %p",
-              static_cast<void*>(previous));
+    channel_user_log::replacing(__func__, previous);
     if (previous != nullptr) {
         // Two readers on one channel would take each other's packets, and would serve requests on
         // two threads at once.
@@ -39,8 +39,7 @@ void marlo_rma::startMarloRmaConnection() {
     }
     glink_interface* const transport = make_transport_(config).release();
     glinkInterface = transport;
-    MARLO_LOG(debug, "About to register callbacks with glinkInterface %p",
-              static_cast<void*>(transport));
+    channel_user_log::registering(__func__, transport);
     transport->register_cb(
         [this](uint8_t* data, uint32_t length) { rma_conn_res_event_cb(data, length); },
         [this](glink_interface_error error) { rma_conn_error_cb(error); });
@@ -50,7 +49,7 @@ void marlo_rma::startMarloRmaConnection() {
 }
 
 void marlo_rma::rma_conn_error_cb(glink_interface_error error) {
-    MARLO_LOG(error, "conn_error_cb =%d", static_cast<int>(error));
+    channel_user_log::channel_error(__func__, error);
     if (error == GLINK_OPEN_FAILED) {
         // Unset first, so that nobody finds a transport that is being destroyed.
         delete glinkInterface.exchange(nullptr);
@@ -70,10 +69,10 @@ int marlo_rma::send_aon_request(uint32_t command, Bytes fields, Bytes block) {
                   fields.size() + block.size());
         return 0;
     }
-    MARLO_LOG(debug, "send_aon_request %x", rma::received_crc(message));
+    channel_user_log::sending(__func__, rma::received_crc(message));
     glink_interface* const transport = glinkInterface;
     if (transport == nullptr) {
-        MARLO_LOG(error, "glinkInterface != nullptr");
+        channel_user_log::no_transport(__func__);
         return 0;
     }
     return transport->send_request(message.data(), static_cast<uint32_t>(message.size()));

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "daemon/marlo_deamon_log.h"
+#include "glink/channel_user_log.h"
 #include "platform/os.h"
 #include "rma/backing_file.h"
 #include "rma/marlo_rma.h"
@@ -25,7 +26,7 @@ int shown(uint32_t word) {
 }  // namespace
 
 void marlo_rma::rma_conn_res_event_cb(const uint8_t* data, uint32_t size) {
-    MARLO_LOG(debug, "received res or event");
+    channel_user_log::received(__func__);
     const Bytes message(data, size);
     const std::optional<uint32_t> command = rma::command_id(message);
     if (command == rma::CONNECT) {
@@ -37,7 +38,7 @@ void marlo_rma::rma_conn_res_event_cb(const uint8_t* data, uint32_t size) {
     } else if (command == rma::DATA_WRITE) {
         handle_data_write(message);
     } else {
-        MARLO_LOG(error, "GLINK_int invalid cmd id");
+        channel_user_log::invalid_command(__func__);
     }
 }
 
