@@ -67,8 +67,8 @@ Coprocessor::Coprocessor(Behaviour behaviour, FirmwareBundle firmware, Observer&
       firmware_(std::move(firmware)),
       running_mode_(behaviour_.boot_mode),
       dfu_(std::make_unique<DfuClient>(behaviour_, faults_, firmware_, *reporter_, status_)),
-      misc_data_(std::make_unique<MiscDataReceiver>(behaviour_, faults_, *reporter_)),
-      rma_(std::make_unique<RmaClient>(behaviour_, faults_, *reporter_)),
+      misc_data_(std::make_unique<MiscDataReceiver>(behaviour_, faults_, *reporter_, status_)),
+      rma_(std::make_unique<RmaClient>(behaviour_, faults_, *reporter_, status_)),
       channels_{dfu_.get(), misc_data_.get(), rma_.get()} {
     status_.boot_mode = behaviour_.boot_mode;
     status_.running = behaviour_.running;

@@ -64,7 +64,10 @@ struct Status {
     Phase phase = Phase::kIdle;
     uint64_t erase_done = 0;  // bytes that the host has had erased, of those it is told to
     uint64_t erase_total = 0;
-    std::vector<ImageProgress> images;  // in the order in which they are asked for
+    std::vector<ImageProgress> images;            // in the order in which they are asked for
+    std::map<uint32_t, ImageProgress> misc_data;  // by type: what was received last
+    uint64_t memory_done = 0;   // bytes read and written in memory on the host, of those that
+    uint64_t memory_total = 0;  // the co-processor has in mind; 0 before it has begun
 };
 
 class Coprocessor {

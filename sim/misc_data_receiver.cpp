@@ -20,8 +20,9 @@ std::string type_words(uint32_t type) {
 
 }  // namespace
 
-MiscDataReceiver::MiscDataReceiver(const Behaviour& behaviour, Faults& faults, Reporter& reporter)
-    : PacketChannel("misc", reporter), behaviour_(behaviour), faults_(faults) {}
+MiscDataReceiver::MiscDataReceiver(const Behaviour& behaviour, Faults& faults, Reporter& reporter,
+                                   Status& status)
+    : PacketChannel("misc", reporter), behaviour_(behaviour), faults_(faults), status_(status) {}
 
 void MiscDataReceiver::on_open() {
     awaited_ = Awaited::kStart;
@@ -110,6 +111,7 @@ uint32_t MiscDataReceiver::start(const misc::Header& header) {
     total_ = header.size;
     sequence_ = 0;
     data_.clear();
+    status_.misc_data[header.type] = {header.type, type_words(header.type), 0, total_};
     awaited_ = Awaited::kData;
     return kTaken;
 }
@@ -157,6 +159,7 @@ uint32_t MiscDataReceiver::data(const misc::Header& header, std::span<const uint
     if (const auto status = faults_.strikes(Fault::kMiscDataRefused)) return *status;
     ++sequence_;
     data_.insert(data_.end(), payload.begin(), payload.end());
+    status_.misc_data[header.type].done = data_.size();
     if (header.kind == misc::kLastData) awaited_ = Awaited::kCrc;
     return kTaken;
 }

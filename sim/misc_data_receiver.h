@@ -21,8 +21,9 @@ namespace sim {
 
 class MiscDataReceiver : public PacketChannel {
   public:
-    // All of them must outlive the receiver.
-    MiscDataReceiver(const Behaviour& behaviour, Faults& faults, Reporter& reporter);
+    // All of them must outlive the receiver; it writes the progress into `status`.
+    MiscDataReceiver(const Behaviour& behaviour, Faults& faults, Reporter& reporter,
+                     Status& status);
 
     void receive(std::span<const uint8_t> packet) override;
 
@@ -54,6 +55,7 @@ class MiscDataReceiver : public PacketChannel {
 
     const Behaviour& behaviour_;
     Faults& faults_;
+    Status& status_;
 
     Awaited awaited_ = Awaited::kStart;
     std::optional<uint32_t> type_;  // of the resource that was started last

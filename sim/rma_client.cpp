@@ -23,6 +23,10 @@ std::string file_name(const RmaPartition& partition) {
     return memory_id + std::to_string(partition.second_id) + memory_id;
 }
 
+uint64_t bytes_of(const RmaStep& step) {
+    return step.kind == RmaStep::kWrite ? step.data.size() : step.size;
+}
+
 uint32_t command_for(RmaStep::Kind kind) {
     switch (kind) {
         case RmaStep::kConnect:
@@ -39,9 +43,10 @@ uint32_t command_for(RmaStep::Kind kind) {
 
 }  // namespace
 
-RmaClient::RmaClient(const Behaviour& behaviour, Faults& faults, Reporter& reporter)
+RmaClient::RmaClient(const Behaviour& behaviour, Faults& faults, Reporter& reporter, Status& status)
     : PacketChannel("rma", reporter),
       faults_(faults),
+      status_(status),
       program_(rma_program(behaviour.rma)),
       memory_(program_.partitions.size()) {}
 
@@ -50,6 +55,7 @@ void RmaClient::on_open() {
         resume();
     } else {
         begun_ = true;
+        for (const RmaStep& step : program_.steps) status_.memory_total += bytes_of(step);
         reporter_.emit(EventKind::kPhase, {{"phase", "rma begins"}});
     }
     ask_next();
@@ -240,6 +246,7 @@ void RmaClient::answered() {
 
 void RmaClient::step_done() {
     write_lost_ = false;
+    status_.memory_done += bytes_of(program_.steps[next_]);
     ++next_;
     const size_t count = program_.steps.size();
     if (next_ == count / 2) reporter_.emit(EventKind::kPhase, {{"phase", "rma half"}});

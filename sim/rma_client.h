@@ -23,8 +23,8 @@ namespace sim {
 
 class RmaClient : public PacketChannel {
   public:
-    // All of them must outlive the client.
-    RmaClient(const Behaviour& behaviour, Faults& faults, Reporter& reporter);
+    // All of them must outlive the client; it writes the progress into `status`.
+    RmaClient(const Behaviour& behaviour, Faults& faults, Reporter& reporter, Status& status);
 
     void receive(std::span<const uint8_t> packet) override;
 
@@ -62,6 +62,7 @@ class RmaClient : public PacketChannel {
     Bytes contents(const RmaStep& read) const;
 
     Faults& faults_;
+    Status& status_;
     const RmaProgram program_;
 
     size_t next_ = 0;  // the step of the program that is under way or comes next

@@ -105,8 +105,10 @@ struct Scenario {
     std::vector<Step> steps;        // all that happens, in this order and nothing else
     std::vector<std::string> logs;  // each is part of a line of the daemon's log; in any order
     End end;
-    // The session is over when for this long nothing has followed the last step.
-    Time settle;
+    // The session is over when for this long nothing has followed the last step. Usually longer
+    // than the period in which the daemon looks at its reset property, so that a command too many
+    // shows.
+    Time settle = std::chrono::milliseconds(1300);
 };
 
 const std::vector<Scenario>& all_scenarios();

@@ -87,8 +87,16 @@ std::string bar_text(const Bar& bar, Time now, size_t columns) {
 
 std::vector<Bar> bars_of(const ScreenContent& content) {
     const Status& status = content.status;
-    std::vector<Bar> bars = {
-        {"erase", status.erase_done, status.erase_total, content.times.erase()}};
+    std::vector<Bar> bars;
+    for (const auto& [type, resource] : status.misc_data) {
+        bars.push_back({"misc " + resource.name, resource.done, resource.size, {}});
+    }
+    if (status.memory_total) {
+        bars.push_back({"remote memory", status.memory_done, status.memory_total, {}});
+    }
+    // The variant without flash has no use for a download.
+    if (!bars.empty() && status.phase == Phase::kIdle) return bars;
+    bars.push_back({"erase", status.erase_done, status.erase_total, content.times.erase()});
     for (const ImageProgress& image : status.images) {
         const std::string name = std::to_string(image.id) + " " + printable(image.name);
         bars.push_back({name, image.done, image.size, content.times.image(image.id)});

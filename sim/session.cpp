@@ -29,7 +29,8 @@ std::optional<Time> time_limit(const Options& options) {
 }
 
 uint64_t bytes_done(const Status& status) {
-    uint64_t bytes = status.erase_done;
+    uint64_t bytes = status.erase_done + status.memory_done;
+    for (const auto& [type, resource] : status.misc_data) bytes += resource.done;
     for (const ImageProgress& image : status.images) bytes += image.done;
     return bytes;
 }

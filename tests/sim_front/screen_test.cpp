@@ -56,6 +56,20 @@ TEST(Screen, ShowsADownloadInEightyColumns) {
             "I first", "E second"));
 }
 
+TEST(Screen, ShowsWhatTheVariantWithoutFlashIsGivenInsteadOfADownload) {
+    ScreenContent content = download();
+    content.status.phase = Phase::kIdle;
+    content.status.misc_data = {{0, {0, "type 0", 3000, 3000}}, {1, {1, "type 1", 250, 1000}}};
+    content.status.memory_done = 500;
+    content.status.memory_total = 1000;
+    const std::vector<std::string> lines = texts(render(content, {80, 24}));
+    EXPECT_THAT(std::vector(lines.begin() + 2, lines.begin() + 6),
+                testing::ElementsAre("misc type 0       [###############] 100%   3.0 kB/3.0 kB",
+                                     "misc type 1       [###------------]  25%    250 B/1.0 kB",
+                                     "remote memory     [#######--------]  50%    500 B/1.0 kB",
+                                     "the daemon's log"));
+}
+
 TEST(Screen, FitsAnyTerminalWhateverIsToBeShown) {
     ScreenContent content = download();
     content.scenario = std::string(300, 's');
@@ -109,11 +123,19 @@ TEST_F(PlainOutputTest, PrintsOneLinePerStepWithoutControlCharacters) {
     tell(EventKind::kPhase, {{"phase", "image done"}, {"image", 1}, {"name", "flash.bin"}});
     tell(EventKind::kPhase, {{"phase", "misc resource"}, {"type", 1}, {"size", 9}});
     tell(EventKind::kPhase, {{"phase", "rma half"}});
+    tell(EventKind::kPhase, {{"phase", "state"}, {"state", "INIT"}});
+    tell(EventKind::kChannel, {{"channel", "rma"}, {"change", "hung up"}});
+    tell(EventKind::kFault, {{"fault", "restart"}, {"occasion", 2}, {"value", "100"}});
+    tell(EventKind::kUevent, {{"marlo_event", 4}});
     EXPECT_EQ(text_.str(),
               "   1.500  property: vendor.x =  [2Ja  b\n"
               "   1.500  download: image done 1 flash.bin\n"
               "   1.500  misc data: resource 1\n"
-              "   1.500  remote memory: half\n");
+              "   1.500  remote memory: half\n"
+              "   1.500  download: state INIT\n"
+              "   1.500  channel rma: hung up\n"
+              "   1.500  fault: restart 100\n"
+              "   1.500  co-processor: announces that it is powered up\n");
 }
 
 TEST_F(PlainOutputTest, TellsAStateOnlyWhenItsTextIsNew) {

@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# Faults from the command line: one that a passing scenario fails by, one that it survives, and
+# texts that ask for none.
+. "$(dirname "$0")/common.sh"
+
+refused() { # TEXT OPTION...
+    local text=$1 status=0
+    shift
+    simulate "$@" >"$scratch/output" 2>&1 || status=$?
+    [ "$status" = 2 ] || fail "$*: exit status $status"
+    grep -qF -- "$text" "$scratch/output" || fail "$*: $(cat "$scratch/output")"
+}
+refused 'no fault eraser' --fault eraser
+refused 'erase-fails: the occasion must be a number from 1 to 4294967295, not "0"' \
+    --fault load-fails --fault erase-fails@0
+refused 'hang-up-at-info: ms until the channel is back must be' --fault hang-up-at-info:soon
+refused '--payload-limit' --payload-limit 16
+refused '--bt-firmware' --bt-firmware "$scratch/nowhere"
+refused 'flash.bin' no-flash-image --firmware "$scratch"
+simulate --list-faults >"$scratch/faults" || fail "--list-faults: exit status $?"
+grep -q '^erase-fails .*VALUE: response code (1)$' "$scratch/faults" || fail "not listed: erase-fails"
+
+need_fuse
+status=0
+simulate update --quiet --fault flash-load-fails@1 --fault load-fails@2:16 >"$scratch/output" ||
+    status=$?
+[ "$status" = 1 ] || fail "a failing load: exit status $status"
+[ "$(cat "$scratch/output")" = \
+    "FAIL update: expected load after soft reset; got load fails" ] || fail "$(cat "$scratch/output")"
+
+# The download goes on from where the third fragment was lost; the erase failed and is made up for.
+status=0
+simulate resume --quiet --fault erase-fails@1 --transcript "$scratch/transcript" \
+    >"$scratch/output" || status=$?
+[ "$status" = 0 ] || fail "resume with a failing erase: $(cat "$scratch/output")"
+for fault in erase-fails hang-up-at-fragment; do
+    [ "$(grep -c "\"kind\":\"fault\".*\"$fault\"" "$scratch/transcript")" = 1 ] ||
+        fail "$fault did not strike once"
+done
