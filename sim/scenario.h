@@ -68,8 +68,9 @@ using Stimulus = std::variant<PropertyChange, Restart>;
 //   "NAME=VALUE": the property is written
 //   "session begins", "session ends": MG_UPDT_REQ, SESSION_END_RESP accepted
 //   "session cancelled": by the co-processor
-//   "state INIT" and so on, "state refused": a state query is answered
-//   "unknown image": the host has told that there is none
+//   "state INIT" and so on: a state query is answered; "unknown image": the host has told that there
+//   is none. These two may come where no step expects them.
+//   "state refused": a state query is answered with a failure
 //   "misc begins", "misc ends": the first start packet, the finish packet accepted
 //   "rma opened": the channel of the co-processor's memory, each time
 //   "rma begins", "rma half", "rma ends": of what the co-processor does with its memory; each once

@@ -50,6 +50,9 @@ class Play {
             return tell(EventKind::kPhase, {{"phase", words}});
         }
         if (words == "unknown image" || words == "session cancelled") return host.answer();
+        if (words.starts_with("told ")) {
+            return tell(EventKind::kPhase, {{"phase", "state"}, {"state", words.substr(5)}});
+        }
         if (words == "reset") return (void)host.reset();
         if (words.starts_with("query version")) return (void)host.query_version();
         if (words.starts_with("SPI ")) return (void)host.spi(words == "SPI busy");
@@ -195,6 +198,20 @@ TEST(Judge, StepOfAnotherThreadMayComeBeforeTheOneInFrontOfIt) {
         words.insert(words.end(), end.begin(), end.end());
         EXPECT_EQ(verdict_of(scenario, words).why, why);
         EXPECT_EQ(verdict_of(scenario, words).outcome, *why ? Verdict::kFail : Verdict::kPass);
+    }
+}
+
+TEST(Judge, RecoveryIsNoStepUnlessTheScenarioIsAboutIt) {
+    Scenario scenario = *find_scenario("host");
+    scenario.steps = {"a=1", "state OFFSET_REQ", "b=1"};
+    const std::pair<std::vector<std::string>, const char*> table[] = {
+        {{"told INIT", "a=1", "told OFFSET_REQ", "told OFFSET_REQ", "b=1", "told INIT"}, ""},
+        {{"a=1", "told INIT", "b=1"}, "expected state OFFSET_REQ after a=1; got b=1"},
+        {{"a=1", "told refused"}, "expected state OFFSET_REQ after a=1; got state refused"}};
+    for (const auto& [words, why] : table) {
+        Play play(scenario);
+        for (const std::string& step : words) play.perform(step);
+        EXPECT_EQ(play.verdict_at(play.now).why, why);
     }
 }
 
