@@ -59,9 +59,7 @@ TEST(Coprocessor, ReportsWrongCommands) {
         {0xc0205608, {0, 0, 0, 0, 0, 3, 0, 0x8}, "0x00000008 is not the daemon's memory"},
     };
     for (const WrongCommand& wrong : table) {
-        Behaviour behaviour;
-        behaviour.running = true;
-        Host host(behaviour);
+        Host host(running(kFlashMode));
         host.ioctl(wrong.number, wrong.block);
         EXPECT_THAT(host.first_failure(), HasSubstr(wrong.failure));
     }
@@ -126,10 +124,7 @@ std::vector<std::string> restarts_told(const Host& host) {
 
 TEST(Coprocessor, AnnouncesTheRestartsThatItIsAskedFor) {
     using namespace std::chrono_literals;
-    Behaviour behaviour;
-    behaviour.running = true;
-    behaviour.faults = {parse_fault("restart@2:70")};
-    Host host(behaviour);
+    Host host(running(kFlashMode, {"restart@2:70"}));
     ASSERT_EQ(host.model.open_channel(Channel::kDfu), 0);
     host.model.set_time(1s);
     host.model.restart_announced(100ms);
@@ -145,7 +140,7 @@ TEST(Coprocessor, AnnouncesTheRestartsThatItIsAskedFor) {
     EXPECT_EQ(restarts_told(host), first);
     // As a fault: with the second packet.
     ASSERT_EQ(host.model.open_channel(Channel::kDfu), 0);
-    host.model.write_wake_lock(std::string_view("MARLODAEMON_WAKEUP", 19));
+    host.take_wakelock();
     host.erase_all();
     EXPECT_TRUE(host.model.hung_up(Channel::kDfu));
     host.model.set_time(1170ms);
@@ -157,9 +152,7 @@ TEST(Coprocessor, AnnouncesTheRestartsThatItIsAskedFor) {
 
 TEST(Coprocessor, LoadDuringARestartOrNoPowerUpAtAll) {
     using namespace std::chrono_literals;
-    Behaviour behaviour;
-    behaviour.running = true;
-    Host host(behaviour);
+    Host host(running(kFlashMode));
     host.model.restart_announced(100ms);
     host.spi(true);
     host.boot_command(3);

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <set>
 
+#include "sim/packet_words.h"
 #include "tests/sim/scripted_host.h"
 
 namespace sim::test {
@@ -15,15 +16,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 constexpr auto kRma = Channel::kRma;
-
-Behaviour behaviour_with(RmaLength length, const std::vector<std::string>& faults) {
-    Behaviour behaviour;
-    behaviour.boot_mode = kHostMode;
-    behaviour.running = true;
-    behaviour.rma = length;
-    for (const std::string& fault : faults) behaviour.faults.push_back(parse_fault(fault));
-    return behaviour;
-}
 
 void seal_answer(Bytes& bytes) {
     put(bytes, 4, static_cast<uint32_t>(bytes.size()));
@@ -57,14 +49,19 @@ class RmaHost {
   public:
     explicit RmaHost(RmaLength length = RmaLength::kShort,
                      const std::vector<std::string>& faults = {})
-        : host(behaviour_with(length, faults)) {
-        host.model.write_wake_lock(std::string_view("MARLODAEMON_WAKEUP", 19));
+        : host([&] {
+              Behaviour behaviour = running(kHostMode, faults);
+              behaviour.rma = length;
+              return behaviour;
+          }()) {
+        host.take_wakelock();
+        open();
     }
 
     Host host;
     BackingFiles files;
     Mistakes mistakes;
-    std::function<void(Bytes&)> tamper;
+    Tamper tamper;
     std::vector<Bytes> requests;
 
     void open() { ASSERT_EQ(host.model.open_channel(kRma), 0); }
@@ -116,17 +113,16 @@ class RmaHost {
         open();
     }
 
-    std::vector<std::string> phases() const {
-        std::vector<std::string> phases;
-        for (const Event& event : host.events.events) {
-            if (event.kind == EventKind::kPhase) phases.push_back(event.fields.at("phase"));
-        }
-        return phases;
+    bool ended() const {
+        const auto phases = host.phases();
+        return !phases.empty() && phases.back() == "rma ends";
     }
 
-    bool ended() const {
-        const auto all = phases();
-        return !all.empty() && all.back() == "rma ends";
+    // The whole program was served, and the files are what the model wrote.
+    void expect_success(const std::string& when) const {
+        ASSERT_EQ(host.first_failure(), "") << when;
+        ASSERT_THAT(host.phases(), ElementsAre("rma begins", "rma half", "rma ends")) << when;
+        ASSERT_EQ(files, host.model.backing_files()) << when;
     }
 
   private:
@@ -182,27 +178,21 @@ class RmaHost {
     int writes_ = 0;
 };
 
-class RightHost : public testing::TestWithParam<RmaLength> {};
-
-TEST_P(RightHost, ServesTheWholeProgram) {
-    RmaHost rma(GetParam());
-    EXPECT_TRUE(rma.host.model.backing_files().empty());
-    rma.open();
-    rma.serve();
-    EXPECT_EQ(rma.host.first_failure(), "");
-    EXPECT_THAT(rma.phases(), ElementsAre("rma begins", "rma half", "rma ends"));
-    EXPECT_EQ(rma.files, rma.host.model.backing_files());
-    // What comes after the end finds nothing to do.
-    rma.restart();
-    EXPECT_FALSE(rma.host.model.readable(kRma));
-    EXPECT_EQ(rma.phases().size(), 3u);
+TEST(Rma, RightHostServesTheWholeProgram) {
+    EXPECT_TRUE(Host(running(kHostMode)).model.backing_files().empty());
+    for (const RmaLength length : {RmaLength::kShort, RmaLength::kLong}) {
+        RmaHost rma(length);
+        rma.serve();
+        rma.expect_success("");
+        // What comes after the end finds nothing to do.
+        rma.restart();
+        EXPECT_FALSE(rma.host.model.readable(kRma));
+        EXPECT_EQ(rma.host.phases().size(), 3u);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Programs, RightHost, testing::Values(RmaLength::kShort, RmaLength::kLong));
 
 TEST(Rma, RequestsAreSealedAndSpeakOfWhatTheHostReads) {
     RmaHost rma;
-    rma.open();
     rma.serve();
     EXPECT_EQ(rma.requests.front(), [] {
         Bytes connect =
@@ -228,7 +218,6 @@ TEST(Rma, RequestsAreSealedAndSpeakOfWhatTheHostReads) {
 
 TEST(Rma, LongProgramUsesEightPartitionsAndFourKibibytes) {
     RmaHost rma(RmaLength::kLong);
-    rma.open();
     rma.serve();
     EXPECT_EQ(rma.files.size(), 8u);
     std::map<uint32_t, int> counts;
@@ -260,114 +249,90 @@ TEST(Rma, MistakesOfTheHostAreFound) {
     for (const auto& [mistake, failure] : table) {
         RmaHost rma;
         rma.mistakes.*mistake = true;
-        rma.open();
         rma.serve();
         EXPECT_THAT(rma.host.first_failure(), HasSubstr(failure));
         EXPECT_FALSE(rma.ended());
     }
     RmaHost rma;
     rma.mistakes.signed_names = true;
-    rma.open();
     rma.serve();
     EXPECT_TRUE(rma.ended());
     EXPECT_EQ(rma.files.count("4294967280714294967280"), 0u);
     EXPECT_EQ(rma.host.model.backing_files().count("4294967280714294967280"), 1u);
 }
 
-struct Wrong {
-    const char* name;
-    uint32_t command;
-    std::function<void(Bytes&)> how;
-    const char* failure;
-};
-
-std::function<void(Bytes&)> add_one(size_t at) {
-    return [at](Bytes& bytes) {
-        put(bytes, at, word(bytes, at) + 1);
-        seal_answer(bytes);
-    };
-}
-
-void lengthen(Bytes& bytes) {
-    bytes.push_back(0);
-    seal_answer(bytes);
-}
-
-void shorten(Bytes& bytes) {
-    bytes.pop_back();
-    seal_answer(bytes);
-}
-
-class WrongAnswer : public testing::TestWithParam<Wrong> {};
-
-TEST_P(WrongAnswer, IsReported) {
-    const Wrong& wrong = GetParam();
+// What the model says when the second answer to a command is tampered with.
+std::string failure_after(uint32_t command, const Tamper& how) {
     RmaHost rma;
-    // The second answer of its kind.
-    rma.tamper = [&, seen = 0](Bytes& bytes) mutable {
-        if (word(bytes, 8) == wrong.command && ++seen == 2) wrong.how(bytes);
-    };
-    rma.open();
+    rma.tamper = change(8, command, 1, how);
     rma.serve();
-    EXPECT_THAT(rma.host.first_failure(), HasSubstr(wrong.failure));
     EXPECT_FALSE(rma.ended());
+    return rma.host.first_failure();
 }
 
-const Wrong kWrongs[] = {
-    {"Crc", 257, [](Bytes& b) { b[0] ^= 1; }, "DATA_READ response: CRC expected 0x"},
-    {"DataUnderCrc", 257, [](Bytes& b) { b.back() ^= 1; }, "DATA_READ response: CRC expected 0x"},
-    {"TotalLength", 513, [](Bytes& b) { ++b[4]; }, "total length expected 32, got 33"},
-    {"NoHeader", 1, [](Bytes& b) { b.resize(11); }, "message of 11 bytes: shorter than"},
-    {"Empty", 1, [](Bytes& b) { b.resize(0); }, "message of 0 bytes: shorter than"},
-    {"Command", 513, add_one(8), "command 514 while DATA_WRITE is outstanding"},
-    {"OtherAnswer", 513, [](Bytes& b) { put(b, 8, 257), seal_answer(b); },
-     "DATA_READ response while DATA_WRITE is outstanding"},
-    {"ConnectLonger", 1, lengthen, "CONNECT response: length expected 36, got 37"},
-    {"ConnectClientWord", 1, add_one(12), "CONNECT response: word at 12 expected 0xc1"},
-    {"ConnectZero", 1, add_one(16), "CONNECT response: word at 16 expected 0x00000000"},
-    {"ConnectMemory", 1, add_one(20), "CONNECT response: word at 20 expected 0xfffffff0"},
-    {"ConnectThree", 1, add_one(24), "CONNECT response: word at 24 expected 0x00000003"},
-    {"ConnectSize", 1, add_one(28), "CONNECT response: word at 28 expected 0x00001000"},
-    {"ConnectOtherSize", 1, add_one(32), "CONNECT response: word at 32 expected 0x00001000"},
-    {"DisconnectShorter", 3, shorten, "DISCONNECT response: length expected 28, got 27"},
-    {"DisconnectStored", 3, add_one(12), "DISCONNECT response: word at 12 expected 0x00000132"},
-    {"DisconnectClientWord", 3, add_one(16), "DISCONNECT response: word at 16 expected 0xc1"},
-    {"DisconnectMemory", 3, add_one(20), "DISCONNECT response: word at 20 expected 0xfffffff0"},
-    {"DisconnectZero", 3, add_one(24), "DISCONNECT response: word at 24 expected 0x00000000"},
-    {"ReadWord", 257, add_one(12), "DATA_READ response: word at 12 expected 0x5ead0002"},
-    {"ReadClientWord", 257, add_one(16), "DATA_READ response: word at 16 expected 0xc1"},
-    {"ReadMemory", 257, add_one(20), "DATA_READ response: word at 20 expected 0x00000065"},
-    {"ReadSize", 257, add_one(24), "DATA_READ response: word at 24 expected 0x00001000"},
-    {"ReadZero", 257, add_one(28), "DATA_READ response: word at 28 expected 0x00000000"},
-    {"ReadData", 257, add_one(32 + 4092),
-     "read of 4096 bytes at 4096: byte 4092 expected 0, got 1"},
-    {"ReadShorter", 257, shorten, "DATA_READ response: length expected 4128, got 4127"},
-    {"ReadLonger", 257, lengthen, "DATA_READ response: length expected 4128, got 4129"},
-    {"WriteWord", 513, add_one(12), "DATA_WRITE response: word at 12 expected 0x00000065"},
-    {"WriteClientWord", 513, add_one(16), "DATA_WRITE response: word at 16 expected 0xc1"},
-    {"WriteMemory", 513, add_one(20), "DATA_WRITE response: word at 20 expected 0x00000065"},
-    {"WriteSize", 513, add_one(24), "DATA_WRITE response: word at 24 expected 0x00001000"},
-    {"WriteResult", 513, add_one(28), "DATA_WRITE response: word at 28 expected 0x00000000"},
-    {"WriteLonger", 513, lengthen, "DATA_WRITE response: length expected 32, got 33"},
-};
+TEST(Rma, EveryWordOfAnAnswerIsCompared) {
+    struct Row {
+        uint32_t command;
+        size_t words_end;
+        std::string name;
+    };
+    for (const Row& row : {Row{1, 36, "CONNECT response: "},
+                           {3, 28, "DISCONNECT response: "},
+                           {257, 32, "DATA_READ response: "},
+                           {513, 32, "DATA_WRITE response: "}}) {
+        std::string expected;
+        for (size_t at = 12; at < row.words_end; at += 4) {
+            const std::string failure = failure_after(row.command, [&](Bytes& bytes) {
+                const uint32_t right = word(bytes, at);
+                expected = differs("word at " + std::to_string(at), hex(right), hex(right + 1));
+                put(bytes, at, right + 1);
+                seal_answer(bytes);
+            });
+            EXPECT_EQ(failure, row.name + expected);
+        }
+        for (const size_t change : {size_t{1}, SIZE_MAX}) {
+            const std::string failure = failure_after(row.command, [&](Bytes& bytes) {
+                expected = differs("length", bytes.size(), bytes.size() + change);
+                bytes.resize(bytes.size() + change);
+                seal_answer(bytes);
+            });
+            EXPECT_EQ(failure, row.name + expected);
+        }
+    }
+}
 
-INSTANTIATE_TEST_SUITE_P(Table, WrongAnswer, testing::ValuesIn(kWrongs),
-                         [](const auto& info) { return std::string(info.param.name); });
+TEST(Rma, WrongAnswersAreReported) {
+    struct Wrong {
+        uint32_t command;
+        Tamper how;
+        const char* failure;
+    };
+    const auto with_word = [](size_t at, uint32_t value) {
+        return [=](Bytes& bytes) { put(bytes, at, value), seal_answer(bytes); };
+    };
+    const Wrong wrongs[] = {
+        {257, [](Bytes& b) { b[0] ^= 1; }, "DATA_READ response: CRC expected 0x"},
+        {257, [](Bytes& b) { b.back() ^= 1; }, "DATA_READ response: CRC expected 0x"},
+        {513, [](Bytes& b) { ++b[4]; }, "total length expected 32, got 33"},
+        {1, [](Bytes& b) { b.resize(11); }, "message of 11 bytes: shorter than"},
+        {1, [](Bytes& b) { b.resize(0); }, "message of 0 bytes: shorter than"},
+        {513, with_word(8, 514), "command 514 while DATA_WRITE is outstanding"},
+        {513, with_word(8, 257), "DATA_READ response while DATA_WRITE is outstanding"},
+        {257, with_word(32 + 4092, 1), "4096 bytes at 4096: byte 4092 expected 0, got 1"},
+    };
+    for (const Wrong& wrong : wrongs) {
+        EXPECT_THAT(failure_after(wrong.command, wrong.how), HasSubstr(wrong.failure));
+    }
+}
 
 TEST(Rma, AnswersOutOfTurn) {
-    {
-        RmaHost rma;
-        rma.open();
-        rma.host.model.receive(kRma, answer(1, {0xC1000001, 0, 101, 3, 4096, 4096}));
-        EXPECT_EQ(rma.host.first_failure(), "CONNECT response before the request was read");
-    }
-    {
-        RmaHost rma;
-        rma.open();
-        rma.serve();
-        rma.host.model.receive(kRma, answer(3, {101, 0, 101, 0}));
-        EXPECT_EQ(rma.host.first_failure(), "DISCONNECT response while no request is outstanding");
-    }
+    RmaHost early;
+    early.host.model.receive(kRma, answer(1, {0xC1000001, 0, 101, 3, 4096, 4096}));
+    EXPECT_EQ(early.host.first_failure(), "CONNECT response before the request was read");
+    RmaHost late;
+    late.serve();
+    late.host.model.receive(kRma, answer(3, {101, 0, 101, 0}));
+    EXPECT_EQ(late.host.first_failure(), "DISCONNECT response while no request is outstanding");
 }
 
 // The channel is lost at every request in turn, by turns before the host has seen it and after it
@@ -375,7 +340,6 @@ TEST(Rma, AnswersOutOfTurn) {
 TEST(Rma, GoesOnAfterTheChannelWasLostAtEveryRequest) {
     for (size_t lost_at = 0;; ++lost_at) {
         RmaHost rma;
-        rma.open();
         rma.serve(lost_at);
         if (rma.ended()) break;
         for (size_t i = 0; i < (lost_at % 4 ? 1 : 3); ++i) {
@@ -385,15 +349,12 @@ TEST(Rma, GoesOnAfterTheChannelWasLostAtEveryRequest) {
             rma.restart();
         }
         rma.serve();
-        ASSERT_EQ(rma.host.first_failure(), "") << lost_at;
-        ASSERT_THAT(rma.phases(), ElementsAre("rma begins", "rma half", "rma ends"));
-        ASSERT_EQ(rma.files, rma.host.model.backing_files()) << lost_at;
+        rma.expect_success("lost at " + std::to_string(lost_at));
     }
 }
 
 TEST(Rma, ReadsEverythingBackAfterTheChannelWasLost) {
     RmaHost rma(RmaLength::kLong);
-    rma.open();
     rma.serve(200);
     Bytes& file = rma.files.begin()->second;
     // Memory that nothing but the last reads of the program would look at.
@@ -406,12 +367,10 @@ TEST(Rma, ReadsEverythingBackAfterTheChannelWasLost) {
 
 TEST(Rma, ReadsNothingBackTwiceWhenTheChannelIsLostAgain) {
     RmaHost once;
-    once.open();
     once.serve(60);
     once.restart();
     once.serve();
     RmaHost twice;
-    twice.open();
     twice.serve(60);
     twice.restart();
     twice.serve(5);
@@ -426,17 +385,13 @@ TEST(Rma, FaultsAreNotTheHosts) {
          {"rma-crc-wrong", "rma-crc-wrong@3", "rma-unknown-command", "rma-unknown-command@5:514",
           "rma-block-outside", "rma-block-outside@2:4096", "rma-block-outside:1000000"}) {
         RmaHost rma(RmaLength::kShort, {fault});
-        rma.open();
         rma.serve();
-        EXPECT_EQ(rma.host.first_failure(), "") << fault;
-        EXPECT_TRUE(rma.ended()) << fault;
-        EXPECT_EQ(rma.files, rma.host.model.backing_files()) << fault;
+        rma.expect_success(fault);
     }
 }
 
 TEST(Rma, FaultsShowInTheMessages) {
     RmaHost rma(RmaLength::kShort, {"rma-crc-wrong@1", "rma-unknown-command@2:9999"});
-    rma.open();
     rma.serve(3);
     Bytes sealed = rma.requests[0];
     seal_answer(sealed);
@@ -447,7 +402,6 @@ TEST(Rma, FaultsShowInTheMessages) {
 
     RmaHost cut(RmaLength::kShort, {"rma-block-outside@1:96", "rma-block-outside@2:5000"});
     cut.mistakes.takes_blocks_from_afar = true;
-    cut.open();
     cut.serve();
     EXPECT_THAT(cut.host.first_failure(), HasSubstr("word at 28 expected 0x00000001, got 0x0"));
     EXPECT_EQ(cut.requests.back().size(), 32u + 4000u);

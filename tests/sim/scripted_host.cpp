@@ -10,24 +10,6 @@
 
 namespace sim::test {
 
-namespace {
-
-const std::array<uint32_t, 256>& crc_table() {
-    static const auto table = [] {
-        std::array<uint32_t, 256> entries{};
-        for (uint32_t i = 0; i < 256; ++i) {
-            entries[i] = i;
-            for (int bit = 0; bit < 8; ++bit) {
-                entries[i] = entries[i] >> 1 ^ (entries[i] & 1 ? 0xEDB88320 : 0);
-            }
-        }
-        return entries;
-    }();
-    return table;
-}
-
-}  // namespace
-
 FirmwareDirectory::FirmwareDirectory() {
     std::string name = std::filesystem::temp_directory_path() / "sim-firmware-XXXXXX";
     if (!mkdtemp(name.data())) throw std::runtime_error("mkdtemp " + name);
@@ -59,7 +41,10 @@ void put(Bytes& bytes, size_t at, uint32_t value) {
 
 uint32_t crc(std::span<const uint8_t> bytes) {
     uint32_t crc = 0xFFFFFFFF;
-    for (uint8_t byte : bytes) crc = crc >> 8 ^ crc_table()[(crc ^ byte) & 0xFF];
+    for (const uint8_t byte : bytes) {
+        crc ^= byte;
+        for (int bit = 0; bit < 8; ++bit) crc = crc >> 1 ^ (crc & 1 ? 0xEDB88320 : 0);
+    }
     return ~crc;
 }
 
@@ -80,6 +65,20 @@ Bytes message(uint32_t id, const Bytes& payload) {
     bytes.insert(bytes.end(), payload.begin(), payload.end());
     seal(bytes);
     return bytes;
+}
+
+Tamper change(size_t at, uint32_t id, int n, Tamper how) {
+    return [=, seen = 0](Bytes& bytes) mutable {
+        if (word(bytes, at) == id && seen++ == n) how(bytes);
+    };
+}
+
+Behaviour running(uint32_t boot_mode, const std::vector<std::string>& faults) {
+    Behaviour behaviour;
+    behaviour.boot_mode = boot_mode;
+    behaviour.running = true;
+    for (const std::string& fault : faults) behaviour.faults.push_back(parse_fault(fault));
+    return behaviour;
 }
 
 bool DaemonMemory::read(uint32_t address, std::span<uint8_t> into) {
@@ -129,6 +128,10 @@ void Host::boot_in_host_mode() {
     spi(true);
     boot_command(3);
     model.open_channel(Channel::kDfu);
+    take_wakelock();
+}
+
+void Host::take_wakelock() {
     model.write_wake_lock(std::string_view("MARLODAEMON_WAKEUP", 19));
 }
 
@@ -198,6 +201,14 @@ void Host::download() {
 
 std::string Host::first_failure() const {
     return model.failures().empty() ? "" : model.failures().front();
+}
+
+std::vector<std::string> Host::phases() const {
+    std::vector<std::string> phases;
+    for (const Event& event : events.events) {
+        if (event.kind == EventKind::kPhase) phases.push_back(event.fields.at("phase"));
+    }
+    return phases;
 }
 
 }  // namespace sim::test

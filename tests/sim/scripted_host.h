@@ -43,6 +43,13 @@ Bytes message(uint32_t id, const Bytes& payload);
 // Puts the right length and CRC into a message whose payload was changed.
 void seal(Bytes& message);
 
+using Tamper = std::function<void(Bytes&)>;
+// Changes the n-th message (from 0) whose word at `at` is `id`.
+Tamper change(size_t at, uint32_t id, int n, Tamper how);
+
+// A co-processor that is up in this mode.
+Behaviour running(uint32_t boot_mode, const std::vector<std::string>& faults = {});
+
 class DaemonMemory : public UserMemory {
   public:
     static constexpr uint32_t kStart = 0x1000;
@@ -75,10 +82,11 @@ class Host {
     int query_version();
     // Marks the bus busy, loads in HOST mode, opens the channel, takes the wakelock.
     void boot_in_host_mode();
+    void take_wakelock();
 
     // Sends a message after `tamper` had its way; an empty one is not sent.
     void send(Bytes bytes);
-    std::function<void(Bytes&)> tamper;
+    Tamper tamper;
     uint32_t unknown_image_size = 0;  // answered for an image that there is none of
     // Answers what is to be read until nothing more comes; as many packets as `limit` at most.
     void answer(size_t limit = 1000000);
@@ -88,6 +96,7 @@ class Host {
     void erase_all();
 
     std::string first_failure() const;
+    std::vector<std::string> phases() const;
 
   private:
     void answer_packet(const Bytes& packet);
