@@ -68,53 +68,37 @@ TEST_F(RmaTest, SendingGivesTheTransportsResult) {
 }
 
 TEST_F(RmaTest, RequestsLogTheirSteps) {
-    const size_t started = log_lines().size();
-    Bytes request = message(rma::CONNECT, {0, 7, 17, 16, 0, 0, 0xFFFFFFFF});
-    request[0] = 0xFE;  // a CRC that does not match
-    EXPECT_EQ(answer_to(request), "1: 4294967295 0 7 3 4096 4096");
-    answer_to(request);
-    EXPECT_EQ(write(7, 3, {'a', 'b'}), "513: 7 4294967295 77 2 0");
-    EXPECT_EQ(read(2, 4), "257: 5 4294967295 77 4 0 00 61 62 00");
-    EXPECT_EQ(answer_to(message(rma::DISCONNECT, {0, 9})), "3: 7 4294967295 9 0");
-    EXPECT_EQ(answer_to(message(3)), "");
-    Lines log = log_lines();
-    log.erase(log.begin(), log.begin() + static_cast<ptrdiff_t>(started));
-    const auto sent = StartsWith("D send_aon_request: send_aon_request ");
-    const std::string event = "rma_conn_res_event_cb: ";
-    const auto received = "D " + event + "received res or event";
-    const auto connect = "D " + event + "GLINK_int received CONNECT ";
-    const auto crc =
-        "D " + event + "GLINK_int received CRC 254 and CRC calculated -1883211669 size 40 ";
-    const auto fields =
-        "D " + event + "memory_id received CONNECT 7,partition_sz_bytes 16, client_priv -1 ";
-    EXPECT_THAT(log, testing::ElementsAreArray(std::vector<testing::Matcher<std::string>>{
-                         received,
-                         connect,
-                         crc,
-                         fields,
-                         "D " + event + "size of file 16 ",
-                         sent,
-                         received,
-                         connect,
-                         crc,
-                         fields,
-                         "E " + event + "file exists /data/vendor/aon/7177  ",
-                         sent,
-                         received,
-                         "D " + event + "GLINK_int received DATA_WRITE and len 34",
-                         "D AppendToFile: write to file : 2",
-                         sent,
-                         received,
-                         "D " + event + "GLINK_int received DATA_READ 1",
-                         "D readFile: readFile Path : /data/vendor/aon/7177 and size :4 ",
-                         "D readFile: read : 4",
-                         "D " + event + "prepare DATA_READ data:",
-                         sent,
-                         received,
-                         "D " + event + "GLINK_int received DISCONNECT ",
-                         sent,
-                         received,
-                         "E " + event + "GLINK_int invalid cmd id"}));
+    const auto expect = [this](const Bytes& request, const std::string& answer, Lines steps) {
+        const size_t before = log_lines().size();
+        EXPECT_EQ(answer_to(request), answer);
+        Lines log = log_lines();
+        log.erase(log.begin(), log.begin() + static_cast<ptrdiff_t>(before));
+        if (!answer.empty()) {
+            EXPECT_THAT(log.back(), StartsWith("D send_aon_request: send_aon_request "));
+            log.pop_back();
+        }
+        steps.insert(steps.begin(), "D event: received res or event");
+        EXPECT_EQ(log, steps);
+    };
+    Bytes connect = message(rma::CONNECT, {0, 7, 17, 16, 0, 0, 0xFFFFFFFF});
+    connect[0] = 0xFE;  // a CRC that does not match
+    Lines steps = {"D event: GLINK_int received CONNECT ",
+                   "D event: GLINK_int received CRC 254 and CRC calculated -1883211669 size 40 ",
+                   "D event: memory_id received CONNECT 7,partition_sz_bytes 16, client_priv -1 ",
+                   "D event: size of file 16 "};
+    expect(connect, "1: 4294967295 0 7 3 4096 4096", steps);
+    steps.back() = "E event: file exists /data/vendor/aon/7177  ";
+    expect(connect, "1: 4294967295 0 7 3 4096 4096", steps);
+    expect(
+        message(rma::DATA_WRITE, {7, 77, 3, 2, 0}, {'a', 'b'}), "513: 7 4294967295 77 2 0",
+        {"D event: GLINK_int received DATA_WRITE and len 34", "D AppendToFile: write to file : 2"});
+    expect(message(rma::DATA_READ, {5, 77, 2, 4}), "257: 5 4294967295 77 4 0 00 61 62 00",
+           {"D event: GLINK_int received DATA_READ 1",
+            "D readFile: readFile Path : /data/vendor/aon/7177 and size :4 ",
+            "D readFile: read : 4", "D event: prepare DATA_READ data:"});
+    expect(message(rma::DISCONNECT, {0, 9}), "3: 7 4294967295 9 0",
+           {"D event: GLINK_int received DISCONNECT "});
+    expect(message(3), "", {"E event: GLINK_int invalid cmd id"});
 }
 
 TEST_F(RmaTest, WhatIsNoRequestIsNotAnswered) {
@@ -145,8 +129,7 @@ TEST_F(RmaTest, WithoutMemoryTheServiceLives) {
     {
         const AllocationLimit limit(99999);
         rma_.rma_conn_res_event_cb(request.data(), static_cast<uint32_t>(request.size()));
-        EXPECT_EQ(log_lines().back(),
-                  "D rma_conn_res_event_cb: memory allocation failed for buffer");
+        EXPECT_EQ(log_lines().back(), "D event: memory allocation failed for buffer");
     }
     {
         const AllocationLimit limit(100031);  // the block, but not the message

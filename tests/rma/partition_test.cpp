@@ -4,6 +4,8 @@
 #include <dirent.h>
 #include <sys/stat.h>
 
+#include <regex>
+
 #include "platform/os.h"
 #include "tests/allocation_limit.h"
 #include "tests/rma/rma_fixture.h"
@@ -16,28 +18,36 @@ namespace {
 
 const std::string kPartition = "/data/vendor/aon/7177";
 
-// The calls, and the answers among them.
-Lines calls() {
-    return platform().transcript(
+// The calls but for the first `from`, and the answers among them; DIR/ is the directory.
+Lines calls(size_t from = 0) {
+    const Lines all = platform().transcript(
         {"open ", "close ", "pwrite ", "fsync ", "fdatasync ", "rename ", "unlink ", "send "});
+    Lines calls;
+    for (size_t index = from; index < all.size(); ++index) {
+        calls.push_back(std::regex_replace(all[index], std::regex(kDirectory), "DIR/"));
+    }
+    return calls;
+}
+
+// A write takes `accepted` bytes, and the one after it fails.
+void write_stops(const std::string& path, size_t accepted, int error = 0) {
+    platform().script_write(path, {.data = {}, .accepted = accepted});
+    if (error != 0) {
+        platform().script_write(path, scripted::failure(error));
+    }
 }
 
 TEST_F(RmaTest, APartitionGetsItsNameOnceItIsOnTheDisk) {
-    platform().script_write(kUnfinished, {.data = {}, .accepted = 10});
-    platform().script_write(kUnfinished, scripted::failure(EINTR));
+    write_stops(kUnfinished, 10, EINTR);
     platform().fail_call(std::string("fsync ") + kUnfinished, EINTR);
     connect(7, 17, 16, 4);
-    EXPECT_THAT(
-        calls(),
-        ElementsAre("open /data/vendor/aon/7177 = -1 2", "open /data/vendor/aon/unfinished = 3",
-                    "pwrite /data/vendor/aon/unfinished 10 at 0",
-                    "pwrite /data/vendor/aon/unfinished = -1 4",
-                    "pwrite /data/vendor/aon/unfinished 6 at 10",
-                    "fsync /data/vendor/aon/unfinished = -1 4", "fsync /data/vendor/aon/unfinished",
-                    "close /data/vendor/aon/unfinished",
-                    "rename /data/vendor/aon/unfinished /data/vendor/aon/7177",
-                    "open /data/vendor/aon/ = 3", "fsync /data/vendor/aon/",
-                    "close /data/vendor/aon/", "send 1: 4 0 7 3 4096 4096"));
+    EXPECT_THAT(calls(),
+                ElementsAre("open DIR/7177 = -1 2", "open DIR/unfinished = 3",
+                            "pwrite DIR/unfinished 10 at 0", "pwrite DIR/unfinished = -1 4",
+                            "pwrite DIR/unfinished 6 at 10", "fsync DIR/unfinished = -1 4",
+                            "fsync DIR/unfinished", "close DIR/unfinished",
+                            "rename DIR/unfinished DIR/7177", "open DIR/ = 3", "fsync DIR/",
+                            "close DIR/", "send 1: 4 0 7 3 4096 4096"));
     EXPECT_THAT(files(), ElementsAre(kPartition));
     EXPECT_EQ(contents("7177"), std::string(16, '\0'));
     struct stat status = {};
@@ -63,49 +73,46 @@ TEST_F(RmaTest, WhatWasThereStays) {
 }
 
 TEST_F(RmaTest, ACreationThatFailsLeavesNothing) {
+    const auto open_fails = [](std::string path, int error) {
+        return [=] { platform().fail_opens(path, {error}); };
+    };
+    const auto call_fails = [](std::string call, int error) {
+        return [=] { platform().fail_call(call, error); };
+    };
     const std::string unfinished = kUnfinished;
     const std::string opening = "File opening failed";
-    const std::string making = "/data/vendor/aon/7177 is not made: ";
+    const std::string making = kPartition + " is not made: ";
     struct Case {
         std::function<void()> fault;
         std::string text;
     };
-    const std::vector<Case> cases = {
-        // Whether it exists is not known: it must not be replaced.
-        {[&] { platform().fail_opens(kPartition, {EMFILE}); }, opening},
-        {[&] { platform().fail_opens(unfinished, {ENOSPC}); }, opening},
-        {[&] { platform().remove(kDirectory); }, opening},
-        {[&] {
-             platform().script_write(unfinished, {.data = {}, .accepted = 15});
-             platform().script_write(unfinished, scripted::failure(ENOSPC));
-         },
-         making + "No space left on device"},
-        {[&] { platform().script_write(unfinished, {.data = {}, .accepted = 0}); },
-         making + "Input/output error"},
-        {[&] { platform().fail_call("fsync " + unfinished, EDQUOT); },
-         making + "Disk quota exceeded"},
-        {[&] { platform().fail_call("rename " + unfinished + " " + kPartition, EROFS); },
-         making + "Read-only file system"},
-        {[&] { platform().fail_opens(kDirectory, {EMFILE}); }, making + "Too many open files"},
-        {[&] { platform().fail_call(std::string("fsync ") + kDirectory, EIO); },
-         making + "Input/output error"}};
-    for (size_t index = 0; index < cases.size(); ++index) {
-        scripted::reset_platform();
-        platform().directory(kDirectory, {});
-        cases[index].fault();
+    for (const Case& c : {
+             // Whether it exists is not known: it must not be replaced.
+             Case{open_fails(kPartition, EMFILE), opening},
+             {open_fails(unfinished, ENOSPC), opening},
+             {[] { platform().remove(kDirectory); }, opening},
+             {[] { write_stops(kUnfinished, 15, ENOSPC); }, making + "No space left on device"},
+             {[] { write_stops(kUnfinished, 0); }, making + "Input/output error"},
+             {call_fails("fsync " + unfinished, EDQUOT), making + "Disk quota exceeded"},
+             {call_fails("rename " + unfinished + " " + kPartition, EROFS),
+              making + "Read-only file system"},
+             {open_fails(kDirectory, EMFILE), making + "Too many open files"},
+             {call_fails(std::string("fsync ") + kDirectory, EIO), making + "Input/output error"},
+         }) {
+        begin_anew();
+        c.fault();
         connect(7, 17, 16);
-        EXPECT_THAT(log_lines()[4], "E rma_conn_res_event_cb: " + cases[index].text) << index;
-        EXPECT_THAT(files(), ElementsAre()) << index;
-        EXPECT_EQ(read(0, 4), "257: 5 0 77 4 0") << index;
-        EXPECT_EQ(write(7, 0, {1}), "513: 7 0 77 1 1") << index;
+        EXPECT_EQ(log_lines()[4], "E event: " + c.text);
+        EXPECT_THAT(files(), ElementsAre()) << c.text;
+        EXPECT_EQ(read(0, 4), "257: 5 0 77 4 0") << c.text;
+        EXPECT_EQ(write(7, 0, {1}), "513: 7 0 77 1 1") << c.text;
     }
 }
 
 TEST_F(RmaTest, OnlyRegularFilesArePartitions) {
     for (const mode_t kind : {mode_t{S_IFIFO}, mode_t{S_IFDIR}, mode_t{S_IFCHR}}) {
         for (const char* name : {"717", "unfinished"}) {
-            scripted::reset_platform();
-            platform().directory(kDirectory, {});
+            begin_anew();
             platform().file_mode(std::string(kDirectory) + name, kind | 0600);
             connect(7, 1, 16);
             EXPECT_EQ(read(0, 4), "257: 5 0 77 4 0") << kind;
@@ -176,18 +183,13 @@ TEST_F(RmaTest, AnAcceptedWriteIsOnTheDiskBeforeItsAnswer) {
     file("707", "........");
     connect(7, 0, 8);
     const size_t before = calls().size();
-    platform().script_write("/data/vendor/aon/707", {.data = {}, .accepted = 1});
-    platform().script_write("/data/vendor/aon/707", scripted::failure(EINTR));
+    write_stops("/data/vendor/aon/707", 1, EINTR);
     platform().fail_call("fdatasync /data/vendor/aon/707", EINTR);
     write(7, 2, {'a', 'b', 'c'});
-    Lines after = calls();
-    after.erase(after.begin(), after.begin() + static_cast<ptrdiff_t>(before));
-    EXPECT_THAT(
-        after,
-        ElementsAre("open /data/vendor/aon/707 = 3", "pwrite /data/vendor/aon/707 1 at 2",
-                    "pwrite /data/vendor/aon/707 = -1 4", "pwrite /data/vendor/aon/707 2 at 3",
-                    "fdatasync /data/vendor/aon/707 = -1 4", "fdatasync /data/vendor/aon/707",
-                    "close /data/vendor/aon/707", "send 513: 7 0 77 3 0"));
+    EXPECT_THAT(calls(before),
+                ElementsAre("open DIR/707 = 3", "pwrite DIR/707 1 at 2", "pwrite DIR/707 = -1 4",
+                            "pwrite DIR/707 2 at 3", "fdatasync DIR/707 = -1 4",
+                            "fdatasync DIR/707", "close DIR/707", "send 513: 7 0 77 3 0"));
     EXPECT_EQ(contents("707"), "..abc...");
 }
 
@@ -197,10 +199,9 @@ TEST_F(RmaTest, AWriteThatFailsIsReported) {
     connect(7, 0, 8);
     platform().fail_opens(path, {EACCES});
     EXPECT_EQ(write(7, 0, {1, 2}), "513: 7 0 77 2 1");
-    platform().script_write(path, {.data = {}, .accepted = 1});
-    platform().script_write(path, scripted::failure(ENOSPC));
+    write_stops(path, 1, ENOSPC);
     EXPECT_EQ(write(7, 0, {1, 2}), "513: 7 0 77 2 1");
-    platform().script_write(path, {.data = {}, .accepted = 0});
+    write_stops(path, 0);
     EXPECT_EQ(write(7, 0, {1, 2}), "513: 7 0 77 2 1");
     platform().fail_call("fdatasync " + path, EIO);
     EXPECT_EQ(write(7, 0, {1, 2}), "513: 7 0 77 2 1");

@@ -11,14 +11,6 @@ using scripted::platform;
 
 namespace {
 
-uint32_t word(const Bytes& bytes, size_t offset) {
-    uint32_t value = 0;
-    for (size_t index = 4; index-- > 0;) {
-        value = value << 8 | bytes.at(offset + index);
-    }
-    return value;
-}
-
 class RecordingTransport : public glink_interface {
   public:
     RecordingTransport(glink_conn_config config, const TransportScript& script) : script_(script) {
@@ -61,9 +53,7 @@ Bytes message(uint32_t command, const std::vector<uint32_t>& words, const Bytes&
     all.insert(all.end(), words.begin(), words.end());
     Bytes bytes;
     for (const uint32_t value : all) {
-        for (int shift = 0; shift < 32; shift += 8) {
-            bytes.push_back(static_cast<uint8_t>(value >> shift));
-        }
+        append_word(bytes, value);
     }
     bytes.insert(bytes.end(), block.begin(), block.end());
     return bytes;
@@ -72,23 +62,17 @@ Bytes message(uint32_t command, const std::vector<uint32_t>& words, const Bytes&
 std::string answer_text(const Bytes& answer) {
     EXPECT_EQ(word(answer, 0), crc32(0, answer.data() + 4, static_cast<uInt>(answer.size() - 4)));
     EXPECT_EQ(word(answer, 4), answer.size());
-    std::string text = std::to_string(word(answer, 8)) + ":";
+    const std::string text = std::to_string(word(answer, 8)) + ":";
     const size_t block_offset = word(answer, 8) == rma::DATA_READ_RESPONSE ? 32 : answer.size();
-    for (size_t offset = 12; offset < block_offset; offset += 4) {
-        text += " " + std::to_string(word(answer, offset));
-    }
-    char digits[4];
-    for (size_t offset = block_offset; offset < answer.size(); ++offset) {
-        snprintf(digits, sizeof(digits), " %02x", answer[offset]);
-        text += digits;
-    }
-    return text;
+    return text + words_text(answer, 12, block_offset) + hex_text(answer, block_offset);
 }
 
 Lines log_lines() {
     Lines lines;
-    for (const std::string& line : platform().log()) {
-        lines.push_back(std::regex_replace(line, std::regex("^(. \\w+):\\d+, "), "$1: "));
+    for (std::string line : platform().log()) {
+        line = std::regex_replace(line, std::regex("^(. \\w+):\\d+, "), "$1: ");
+        line = std::regex_replace(line, std::regex("^(. )rma_conn_res_event_cb:"), "$1event:");
+        lines.push_back(line);
     }
     return lines;
 }
@@ -109,6 +93,11 @@ void RmaTest::connect(uint32_t memory_id, uint32_t second_id, uint32_t partition
                                 {99, memory_id, second_id, partition_size, 0, 0, client_private})),
               "1: " + std::to_string(client_private) + " 0 " + std::to_string(memory_id) +
                   " 3 4096 4096");
+}
+
+void RmaTest::begin_anew() {
+    scripted::reset_platform();
+    platform().directory(kDirectory, {});
 }
 
 std::string RmaTest::answer_to(const Bytes& request) {

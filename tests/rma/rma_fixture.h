@@ -13,8 +13,8 @@
 #include "platform/scripted/scripted_platform.h"
 #include "rma/marlo_rma.h"
 #include "rma/rma_messages.h"
+#include "tests/bytes.h"
 
-using Bytes = std::vector<uint8_t>;
 using Lines = std::vector<std::string>;
 
 inline constexpr char kDirectory[] = "/data/vendor/aon/";
@@ -27,7 +27,7 @@ Bytes message(uint32_t command, const std::vector<uint32_t>& words = {}, const B
 // Its CRC is judged with zlib's.
 std::string answer_text(const Bytes& answer);
 
-// The log without line numbers: "D readFile: read : 4".
+// The log without line numbers, "D readFile: read : 4", and rma_conn_res_event_cb as "event".
 Lines log_lines();
 
 // What happens to the transports of a test goes into the platform's transcript: "make NAME SIZE",
@@ -41,6 +41,8 @@ class RmaTest : public ::testing::Test {
   protected:
     RmaTest();
 
+    // An empty directory, and nothing recorded.
+    static void begin_anew();
     void connect(uint32_t memory_id, uint32_t second_id, uint32_t partition_size,
                  uint32_t client_private = 0);
     // The answer to this message; "" where there is none.

@@ -3,14 +3,13 @@
 
 #include <gtest/gtest.h>
 
-using Bytes = std::vector<uint8_t>;
+#include "tests/bytes.h"
 
 // Each message as another implementation writes it (Python's struct and zlib.crc32).
 TEST(RmaMessages, GoldenRequests) {
-    const Bytes connect = {0x5D, 0xCC, 0x1F, 0x96, 0x28, 0x00, 0x00, 0x00, 0x00, 0x00,
-                           0x00, 0x00, 0x0B, 0x00, 0x00, 0x00, 0x07, 0x00, 0x00, 0x00,
-                           0x11, 0x00, 0x00, 0x00, 0x10, 0x00, 0x00, 0x00, 0x00, 0x00,
-                           0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x04, 0x03, 0x02, 0x01};
+    const Bytes connect = from_hex(
+        "5dcc1f96 28000000 00000000 0b000000 07000000 11000000 10000000 00000000 "
+        "00000000 04030201");
     EXPECT_EQ(rma::command_id(connect), rma::CONNECT);
     EXPECT_EQ(rma::total_length(connect), 40U);
     EXPECT_EQ(rma::received_crc(connect), 0x961FCC5DU);
@@ -19,26 +18,21 @@ TEST(RmaMessages, GoldenRequests) {
     longer.push_back(1);  // beyond what the CRC covers
     EXPECT_EQ(rma::connect_crc(longer), 0x961FCC5DU);
     const rma::ConnectRequest request = rma::connect_request(connect);
-    EXPECT_EQ(request.memory_id, 7U);
-    EXPECT_EQ(request.second_id, 0x11U);
-    EXPECT_EQ(request.partition_size, 16U);
-    EXPECT_EQ(request.client_private, 0x01020304U);
+    EXPECT_EQ((std::array{request.memory_id, request.second_id, request.partition_size,
+                          request.client_private}),
+              (std::array{7U, 0x11U, 16U, 0x01020304U}));
 
-    const Bytes disconnect = {0x59, 0xE8, 0x9E, 0x4F, 0x14, 0x00, 0x00, 0x00, 0x02, 0x00,
-                              0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x09, 0x00, 0x00, 0x00};
+    const Bytes disconnect = from_hex("59e89e4f 14000000 02000000 00000000 09000000");
     EXPECT_EQ(rma::command_id(disconnect), rma::DISCONNECT);
     EXPECT_EQ(rma::memory_id(disconnect), 9U);
 
-    const Bytes write = {0xA5, 0xB9, 0xE1, 0xC9, 0x25, 0x00, 0x00, 0x00, 0x00, 0x02,
-                         0x00, 0x00, 0x0B, 0x00, 0x00, 0x00, 0x07, 0x00, 0x00, 0x00,
-                         0x03, 0x00, 0x00, 0x00, 0x05, 0x00, 0x00, 0x00, 0x00, 0x00,
-                         0x00, 0x00, 0xA0, 0xA1, 0xA2, 0xA3, 0xA4};
+    const Bytes write = from_hex(
+        "a5b9e1c9 25000000 00020000 0b000000 07000000 03000000 05000000 00000000 "
+        "a0a1a2a3 a4");
     EXPECT_EQ(rma::command_id(write), rma::DATA_WRITE);
     const rma::BlockRequest block = rma::block_request(write);
-    EXPECT_EQ(block.request_word, 11U);
-    EXPECT_EQ(block.memory_id, 7U);
-    EXPECT_EQ(block.offset, 3U);
-    EXPECT_EQ(block.size, 5U);
+    EXPECT_EQ((std::array{block.request_word, block.memory_id, block.offset, block.size}),
+              (std::array{11U, 7U, 3U, 5U}));
     const auto bytes = rma::block_to_write(write, block.size);
     ASSERT_TRUE(bytes);
     EXPECT_EQ(Bytes(bytes->begin(), bytes->end()), (Bytes{0xA0, 0xA1, 0xA2, 0xA3, 0xA4}));
@@ -48,26 +42,19 @@ TEST(RmaMessages, GoldenAnswers) {
     const rma::BlockRequest request = {.request_word = 11, .memory_id = 7, .offset = 3, .size = 5};
     const Bytes block = {0xA0, 0xA1, 0xA2, 0xA3, 0xA4};
     EXPECT_EQ(rma::build_message(rma::CONNECT_RESPONSE, rma::connect_response(0x01020304, 7), {}),
-              (Bytes{0x0F, 0x97, 0x71, 0x0C, 0x24, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00,
-                     0x04, 0x03, 0x02, 0x01, 0x00, 0x00, 0x00, 0x00, 0x07, 0x00, 0x00, 0x00,
-                     0x03, 0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x00, 0x00, 0x10, 0x00, 0x00}));
+              from_hex("0f97710c 24000000 01000000 04030201 00000000 07000000 03000000 00100000 "
+                       "00100000"));
     EXPECT_EQ(rma::build_message(rma::DISCONNECT_RESPONSE,
                                  rma::disconnect_response(7, 0x01020304, 9), {}),
-              (Bytes{0x68, 0x20, 0xD4, 0xA3, 0x1C, 0x00, 0x00, 0x00, 0x03, 0x00,
-                     0x00, 0x00, 0x07, 0x00, 0x00, 0x00, 0x04, 0x03, 0x02, 0x01,
-                     0x09, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00}));
+              from_hex("6820d4a3 1c000000 03000000 07000000 04030201 09000000 00000000"));
     EXPECT_EQ(rma::build_message(rma::DATA_READ_RESPONSE,
                                  rma::block_response(request, 0x01020304, rma::DONE), block),
-              (Bytes{0x50, 0x3F, 0x61, 0x94, 0x25, 0x00, 0x00, 0x00, 0x01, 0x01, 0x00, 0x00, 0x0B,
-                     0x00, 0x00, 0x00, 0x04, 0x03, 0x02, 0x01, 0x07, 0x00, 0x00, 0x00, 0x05, 0x00,
-                     0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xA0, 0xA1, 0xA2, 0xA3, 0xA4}));
+              from_hex("503f6194 25000000 01010000 0b000000 04030201 07000000 05000000 00000000 "
+                       "a0a1a2a3 a4"));
     EXPECT_EQ(rma::build_message(rma::DATA_WRITE_RESPONSE,
                                  rma::block_response(request, 0x01020304, rma::NOT_WRITTEN), {}),
-              (Bytes{0xA7, 0x42, 0x7E, 0x95, 0x20, 0x00, 0x00, 0x00, 0x01, 0x02, 0x00,
-                     0x00, 0x0B, 0x00, 0x00, 0x00, 0x04, 0x03, 0x02, 0x01, 0x07, 0x00,
-                     0x00, 0x00, 0x05, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00}));
-    EXPECT_EQ(rma::build_message(3, {}, {}),
-              (Bytes{0xC8, 0x65, 0x38, 0x20, 0x0C, 0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00}));
+              from_hex("a7427e95 20000000 01020000 0b000000 04030201 07000000 05000000 01000000"));
+    EXPECT_EQ(rma::build_message(3, {}, {}), from_hex("c8653820 0c000000 03000000"));
 }
 
 TEST(RmaMessages, ShortOnesReadAsZeroBeyondTheirEnd) {
