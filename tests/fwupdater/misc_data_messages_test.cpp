@@ -5,7 +5,8 @@
 
 #include <string>
 
-using Bytes = std::vector<uint8_t>;
+#include "tests/bytes.h"
+
 using misc_data::DataCutter;
 using misc_data::Piece;
 
@@ -54,19 +55,19 @@ std::string pieces_text(uint32_t limit, uint32_t total) {
 
 TEST(MiscDataMessages, GoldenVectors) {
     EXPECT_EQ(bytes_of(misc_data::start_packet(1, 0x01020304)),
-              (Bytes{0, 0, 0, 0, 1, 0, 0, 0, 4, 3, 2, 1, 0, 0, 0, 0}));
+              from_hex("00000000 01000000 04030201 00000000"));
     EXPECT_EQ(bytes_of(misc_data::start_packet(0xABCD, 0)),
-              (Bytes{0, 0, 0, 0, 0xCD, 0xAB, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+              from_hex("00000000 cdab0000 00000000 00000000"));
     EXPECT_EQ(bytes_of(misc_data::crc_packet(1, 0xCBF43926)),
-              (Bytes{4, 0, 0, 0, 1, 0, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0, 0x26, 0x39, 0xF4, 0xCB}));
+              from_hex("04000000 01000000 04000000 00000000 2639f4cb"));
     EXPECT_EQ(bytes_of(misc_data::finish_packet()),
-              (Bytes{5, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+              from_hex("05000000 00000000 00000000 00000000"));
     const Bytes data = {0xD0, 0xD1, 0xD2, 0xD3, 0xD4};
     Bytes packet(100, 0xEE);  // what a buffer held before does not show through
     misc_data::build_data_packet(packet, 1, {misc_data::PACKET_DATA, 1, 3, 0x0201}, data);
-    EXPECT_EQ(packet, (Bytes{1, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 1, 2, 0, 0, 0xD1, 0xD2, 0xD3}));
+    EXPECT_EQ(packet, from_hex("01000000 01000000 03000000 01020000 d1d2d3"));
     misc_data::build_data_packet(packet, 1, {misc_data::PACKET_LAST_DATA, 5, 0, 1}, data);
-    EXPECT_EQ(packet, (Bytes{2, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0}));
+    EXPECT_EQ(packet, from_hex("02000000 01000000 00000000 01000000"));
 }
 
 TEST(MiscDataMessages, Answer) {

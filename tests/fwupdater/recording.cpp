@@ -8,20 +8,6 @@
 
 namespace {
 
-uint32_t word(const Bytes& bytes, size_t offset) {
-    uint32_t value = 0;
-    for (size_t index = 4; index-- > 0;) {
-        value = value << 8 | bytes.at(offset + index);
-    }
-    return value;
-}
-
-void append_word(Bytes& bytes, uint32_t value) {
-    for (int shift = 0; shift < 32; shift += 8) {
-        bytes.push_back(static_cast<uint8_t>(value >> shift));
-    }
-}
-
 constexpr const char* kStatusNames[] = {"started", "info",  "erase-done",   "error",
                                         "success", "ended", "channel-error"};
 
@@ -49,29 +35,19 @@ std::string packet_text(const Bytes& packet) {
     EXPECT_EQ(word(packet, 4), 0x0A0B0C0DU);
     EXPECT_EQ(word(packet, 8), packet.size());
     EXPECT_EQ(word(packet, 12), crc32(0, unsealed.data(), static_cast<uInt>(unsealed.size())));
-    std::string text = std::to_string(word(packet, 0)) + ":";
-    for (size_t offset = 16; offset + 4 <= std::min<size_t>(packet.size(), 28); offset += 4) {
-        text += " " + std::to_string(word(packet, offset));
-    }
-    char digits[4];
-    for (size_t offset = 28; offset < packet.size(); ++offset) {
-        snprintf(digits, sizeof(digits), " %02x", packet[offset]);
-        text += digits;
-    }
-    return text;
+    return std::to_string(word(packet, 0)) + ":" +
+           words_text(packet, 16, std::min<size_t>(packet.size(), 28)) + hex_text(packet, 28);
 }
 
 std::string misc_packet_text(const Bytes& packet) {
-    std::string text = std::to_string(word(packet, 0)) + ":";
-    for (size_t offset = 4; offset < 16; offset += 4) {
-        text += " " + std::to_string(word(packet, offset));
-    }
+    const std::string header = std::to_string(word(packet, 0)) + ":" + words_text(packet, 4, 16);
     if (word(packet, 0) == 4) {
         char digits[10];
         snprintf(digits, sizeof(digits), " %08x", word(packet, 16));
-        return text + digits + std::string(packet.begin() + 20, packet.end());
+        return header + digits + std::string(packet.begin() + 20, packet.end());
     }
-    return text + (packet.size() > 16 ? " " : "") + std::string(packet.begin() + 16, packet.end());
+    return header + (packet.size() > 16 ? " " : "") +
+           std::string(packet.begin() + 16, packet.end());
 }
 
 void Recording::note(const std::string& line) {

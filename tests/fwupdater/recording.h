@@ -12,8 +12,8 @@
 
 #include "fwupdater/marlo_fw_updater.h"
 #include "platform/scripted/scripted_platform.h"
+#include "tests/bytes.h"
 
-using Bytes = std::vector<uint8_t>;
 using Lines = std::vector<std::string>;
 
 inline constexpr char kImages[] = "/vendor/firmware_mnt/image/";
