@@ -8,127 +8,120 @@
 
 using scripted::platform;
 
+namespace {
+
+constexpr char kPacketsFailed[] = "Some packets Data buffer failed";
+constexpr Answer kTaken = {.limit = 20};
+
+}  // namespace
+
 TEST_F(MiscData, LimitWithoutRoomForDataFailsTheDataStep) {
-    platform().file(kSettings, digits_);
     script_.usual_answer.limit = 16;
-    begin();
-    const Lines stuck =
-        attempt(1, {"send 0: 1 9 0", "misc info Some packets Data buffer failed for type: 1"}, 0);
-    expect_request(join({stuck, stuck, stuck, {kFailed}}));
+    begin(digits_);
+    const std::string stuck = stopped(1, 0, kPacketsFailed);
+    expect_request({stuck, stuck, stuck, kFailed});
 }
 
 TEST_F(MiscData, PacketThatMemoryHasNoRoomForFailsTheDataStep) {
-    platform().file(kSettings, std::string(1'000'000, 'x'));
     script_.usual_answer.limit = 4'000'000;
-    begin();
+    begin(std::string(1'000'000, 'x'));
     const AllocationLimit limit(1'000'000);
-    const Lines failed = attempt(
-        1, {"send 0: 1 1000000 0", "misc info Some packets Data buffer failed for type: 1"}, 0);
-    expect_request(join({failed, failed, failed, {kFailed}}));
+    const std::string failed = attempt(1, {"send 0: 1 1000000 0"}, 0, kPacketsFailed);
+    expect_request({failed, failed, failed, kFailed});
     EXPECT_EQ(logged("no memory for a packet with 1000000 bytes"), 3U);
 }
 
 TEST_F(MiscData, ResourceIsTriedThreeTimes) {
-    platform().file(kSettings, digits_);
-    begin();
+    begin(digits_);
     script_.answers = {{.status = 5}, {.status = -6}};
-    expect_request(
-        join({refused(1, 9, 5), refused(1, 9, -6), attempt(1, digits_sent_, 0), {kFinish}}));
+    expect_request({refused(1, 9, 5), refused(1, 9, -6), good_, kFinish});
     EXPECT_EQ(logged("E send_data_to_aon:"), 2U);
     EXPECT_EQ(logged(", send_data_to_aon: AON(error -6)"), 1U);
     EXPECT_EQ(logged(", send_start_data_buffer failed with : -6"), 1U);
     script_.answers = {{.status = 5}, {.status = 5}, {.status = 7}};
-    expect_request(join({refused(1, 9, 5), refused(1, 9, 5), refused(1, 9, 7), {kFailed}}));
+    expect_request({refused(1, 9, 5), refused(1, 9, 5), refused(1, 9, 7), kFailed});
 }
 
 TEST_F(MiscData, LastResourceAloneDecides) {
     platform().file(kFirmware, "ABCD");
-    platform().file(kSettings, digits_);
-    begin();
-    const Lines first = refused(0, 4, 1);
+    begin(digits_);
+    const std::string first = refused(0, 4, 1);
     script_.answers = {{.status = 1}, {.status = 1}, {.status = 1}};
-    expect_request(join({first, first, first, attempt(1, digits_sent_, 0), {kFinish}}));
+    expect_request({first, first, first, good_, kFinish});
 
-    const Answer taken = {.limit = 20};
-    script_.answers = {taken, taken, taken, {.status = 1}, {.status = 1}, {.status = 1}};
-    const Lines last = refused(1, 9, 1);
-    expect_request(
-        join({attempt(0, {"send 0: 0 4 0", "send 2: 0 4 1 ABCD", crc_packet(0, "ABCD")}, 0),
-              last,
-              last,
-              last,
-              {kFailed}}));
+    script_.answers = {kTaken, kTaken, kTaken, {.status = 1}, {.status = 1}, {.status = 1}};
+    const std::string last = refused(1, 9, 1);
+    expect_request({attempt(0, {"send 0: 0 4 0", "send 2: 0 4 1 ABCD", crc_packet(0, "ABCD")}, 0),
+                    last, last, last, kFailed});
 }
 
 // The co-processor refuses one packet of the transfer, or does not answer it. Packet 0 is the
 // start, 1 and 2 are data, 3 is the CRC, 4 the finish.
 TEST_F(MiscData, EachPacketMayFail) {
-    platform().file(kSettings, digits_);
-    begin();
-    const auto fail_packet = [this](size_t packet, Answer answer) {
-        script_.answers.assign(packet, script_.usual_answer);
-        script_.answers.push_back(answer);
+    begin(digits_);
+    struct Row {
+        size_t packet;
+        Answer answer;
+        std::string before;  // the try that fails
+        const char* line;
     };
-    const auto up_to = [this](size_t packets, const std::string& report) {
-        Lines lines(digits_sent_.begin(), digits_sent_.begin() + static_cast<ptrdiff_t>(packets));
-        lines.push_back("misc info " + report);
-        return lines;
-    };
-    const Lines good = attempt(1, digits_sent_, 0);
-
-    fail_packet(1, {.status = 9});
-    expect_request(join(
-        {attempt(1, up_to(2, "Some packets Data buffer failed for type: 1"), 9), good, {kFinish}}));
-    EXPECT_EQ(logged(", send_data_to_aon failed for some packets with: 9"), 1U);
-    fail_packet(1, {.error = EIO});
-    expect_request(join(
-        {attempt(1, up_to(2, "Some packets Data buffer failed for type: 1"), 0), good, {kFinish}}));
-    EXPECT_EQ(logged(", send_data_to_aon: read failed (error Input/output error)"), 1U);
-    fail_packet(2, {.status = 9});  // nobody looks at the last data packet's answer
-    expect_request(join({good, {kFinish}}));
-    fail_packet(3, {.status = 9});
-    expect_request(join({attempt(1, up_to(4, "CRC check for Data buffer failed for type: 1"), 9),
-                         good,
-                         {kFinish}}));
-    EXPECT_EQ(logged(", send_crc_data_buffer failed with: 9"), 1U);
-    fail_packet(4, {.status = 9});
-    expect_request(join({good, {kFinish}}));
+    for (const Row& row : {
+             Row{1,
+                 {.status = 9},
+                 stopped(2, 9, kPacketsFailed),
+                 ", send_data_to_aon failed for some packets with: 9"},
+             {1,
+              {.error = EIO},
+              stopped(2, 0, kPacketsFailed),
+              ", send_data_to_aon: read failed (error Input/output error)"},
+             {2, {.status = 9}, "", nullptr},  // nobody looks at the last data packet's answer
+             {3,
+              {.status = 9},
+              stopped(4, 9, "CRC check for Data buffer failed"),
+              ", send_crc_data_buffer failed with: 9"},
+             {4, {.status = 9}, "", nullptr},
+         }) {
+        script_.answers.assign(row.packet, script_.usual_answer);
+        script_.answers.push_back(row.answer);
+        if (row.before.empty()) {
+            expect_request({good_, kFinish});
+        } else {
+            expect_request({row.before, good_, kFinish});
+            EXPECT_EQ(logged(row.line), 1U);
+        }
+    }
 }
 
 TEST_F(MiscData, AnswerStaysUntilTheNextOne) {
     platform().file(kFirmware, "ABCD");
-    platform().file(kSettings, digits_);
-    begin();
-    const Answer taken = {.limit = 20};
+    begin(digits_);
     script_.answers = {{.status = 7},  {.error = EIO}, {.error = EIO},
-                       {.error = EIO}, taken,          {.brings_nothing = true}};
-    const Lines first = refused(0, 4, 7);
-    expect_request(
-        join({first, first, first, refused(1, 9, 7), attempt(1, digits_sent_, 0), {kFinish}}));
+                       {.error = EIO}, kTaken,         {.brings_nothing = true}};
+    const std::string first = refused(0, 4, 7);
+    expect_request({first, first, first, refused(1, 9, 7), good_, kFinish});
     EXPECT_EQ(logged("send_start_data_buffer failed with : 7"), 4U);
     // A request begins with an answer of zeros: no limit, so all data in one packet.
     platform().remove(kFirmware);
-    begin();
+    begin(digits_);
     script_.answers = {{.brings_nothing = true}};
     expect_request(
-        join({attempt(1, {"send 0: 1 9 0", "send 2: 1 9 1 " + digits_, digits_sent_.back()}, 0),
-              {kFinish}}));
+        {attempt(1, {"send 0: 1 9 0", "send 2: 1 9 1 " + digits_, digits_sent_.back()}, 0),
+         kFinish});
 }
 
 TEST_F(MiscData, ResultOfSendingCountsOnceItIsAnswered) {
-    platform().file(kSettings, "1234");
-    begin();
-    const Lines sent = {"send 0: 1 4 0", "send 2: 1 4 1 1234", crc_packet(1, "1234")};
+    begin("1234");
+    const std::string sent =
+        attempt(1, {"send 0: 1 4 0", "send 2: 1 4 1 1234", crc_packet(1, "1234")}, 0);
     script_.results = {-5};
-    expect_request(join({refused(1, 4, 0), attempt(1, sent, 0), {kFinish}}));
+    expect_request({refused(1, 4, 0), sent, kFinish});
     script_.results = {16, -5, 20, -5};  // neither the last data packet nor the finish packet
-    expect_request(join({attempt(1, sent, 0), {kFinish}}));
+    expect_request({sent, kFinish});
     script_.results = {16, 20, 0};  // no failure to try again after, no success either
-    expect_request(join({attempt(1, sent, 0), {kFailed}}));
+    expect_request({sent, kFailed});
     script_.results = {16, 20, 20, 0};
     expect_request(
-        join({attempt(1, sent, 0),
-              {kFinish, "misc success ### Marlo Misc Data Resources Update finished. ###"}}));
+        {sent, kFinish, "misc success ### Marlo Misc Data Resources Update finished. ###"});
 }
 
 TEST_F(MiscData, ChannelThatDoesNotOpenIsKept) {
@@ -138,81 +131,46 @@ TEST_F(MiscData, ChannelThatDoesNotOpenIsKept) {
     updater_.startMarloSHMUpdater(&recording_);
     expect({kOpening, "make glink_pkt_marlo_custom_data 44", "connect",
             "misc channel-error Marlo SHM Updater:: Glink channel open failed"});
-    expect_request(join({refused(1, 4, 0), refused(1, 4, 0), refused(1, 4, 0), {kFailed}}));
+    expect_request({refused(1, 4, 0), refused(1, 4, 0), refused(1, 4, 0), kFailed});
     updater_.endMarloSHMUpdater();
     expect({"delete", kDone});
-}
-
-TEST_F(MiscData, WithoutATransport) {
-    platform().file(kSettings, "1234");
-    begin();
-    updater_.endMarloSHMUpdater();
-    recording_.take();
+    // And without a transport.
     updater_.loadAndSaveMiscFw();
-    expect_request(join({unsent(1), unsent(1), unsent(1), {kFailed}}));
+    expect_request({unsent(1), unsent(1), unsent(1), kFailed});
     EXPECT_EQ(logged(", glinkInterface != nullptr"), 3U);
-    EXPECT_EQ(logged("E send_data_to_aon:"), 3U);
+    EXPECT_EQ(logged("E send_data_to_aon:"), 6U);
 }
 
-namespace {
-
-constexpr char kDevice[] = "/dev/glink_pkt_marlo_custom_data";
-
-// Through the genuine transport.
-class MiscDataChannel : public MiscData {
-  protected:
-    void SetUp() override {
-        MiscData::SetUp();
-        // The process's wakelock opens its files once, whichever test is first: not here.
-        client_wakelock::get_instance();
-        platform().file(kSettings, digits_);
-    }
-
-    Lines packets() {
-        Lines lines;
-        for (const Bytes& packet : platform().written(kDevice)) {
-            lines.push_back("send " + misc_packet_text(packet));
-        }
-        return lines;
-    }
-
-    marlo_fw_updater genuine_;
-};
-
-}  // namespace
-
-TEST_F(MiscDataChannel, EveryPacketIsAnsweredBeforeTheNext) {
+// Through the genuine transport: every packet is answered before the next, and a silent
+// co-processor costs two seconds a try.
+TEST_F(MiscData, GenuineTransport) {
+    constexpr char kDevice[] = "/dev/glink_pkt_marlo_custom_data";
+    // The process's wakelock opens its files once, whichever test is first: not here.
+    client_wakelock::get_instance();
+    platform().file(kSettings, digits_);
     platform().device(kDevice);
-    platform().on_write(kDevice, [this](const Bytes&) {
-        platform().script_read(kDevice, {misc_answer(script_.usual_answer)});
+    bool answers = true;
+    platform().on_write(kDevice, [&](const Bytes&) {
+        if (answers) {
+            platform().script_read(kDevice, {misc_answer(script_.usual_answer)});
+        }
     });
-    genuine_.startMarloSHMUpdater(&recording_);
-    genuine_.marloMiscDataUpdateReq();
-    genuine_.endMarloSHMUpdater();
-    EXPECT_EQ(packets(), join({digits_sent_, {kFinish}}));
-    expect(join({{kOpening, kStarting}, attempt(1, {}, 0), {kDone}}));
-    EXPECT_EQ(platform().open_descriptors(), 0);
+    marlo_fw_updater genuine;
+    genuine.startMarloSHMUpdater(&recording_);
+    genuine.marloMiscDataUpdateReq();
+    Lines packets;
+    for (const Bytes& packet : platform().written(kDevice)) {
+        packets.push_back("send " + misc_packet_text(packet));
+    }
+    EXPECT_EQ(in_lines(packets), in_lines({in_lines(digits_sent_), kFinish}));
     EXPECT_EQ(platform().now_ns(), 0);
     EXPECT_EQ(logged("releasing wakelock"), 10U);
-}
-
-TEST_F(MiscDataChannel, SilentCoProcessorCostsTwoSecondsATry) {
-    platform().device(kDevice);
-    genuine_.startMarloSHMUpdater(&recording_);
-    genuine_.marloMiscDataUpdateReq();
-    expect(join({{kOpening, kStarting}, unsent(1), unsent(1), unsent(1), {kFailed}}));
+    answers = false;
+    genuine.marloMiscDataUpdateReq();
     EXPECT_EQ(platform().now_ns(), 6'000'000'000);
-}
-
-TEST_F(MiscDataChannel, MissingDeviceFailsTheTransfer) {
-    genuine_.startMarloSHMUpdater(&recording_);
-    genuine_.marloMiscDataUpdateReq();
-    expect(join(
-        {{kOpening, "misc channel-error Marlo SHM Updater:: Glink channel open failed", kStarting},
-         unsent(1),
-         unsent(1),
-         unsent(1),
-         {kFailed}}));
-    EXPECT_EQ(platform().transcript({"open /dev/"}).size(), 3U);
-    EXPECT_EQ(logged("send_data_to_aon: read failed (error Bad file descriptor)"), 3U);
+    genuine.endMarloSHMUpdater();
+    EXPECT_EQ(in_lines(recording_.take()),
+              in_lines({kOpening, kStarting, attempt(1, {}, 0), kStarting, unsent(1), unsent(1),
+                        unsent(1), kFailed, kDone}));
+    EXPECT_EQ(platform().open_descriptors(), 0);
 }

@@ -25,34 +25,55 @@ class MiscData : public UpdaterTest {
         script_.usual_answer.limit = 20;
     }
 
-    void begin() {
+    // Opens the channel, with these settings to send.
+    void begin(const std::string& settings) {
+        scripted::platform().file(kSettings, settings);
         updater_.startMarloSHMUpdater(&recording_);
         recording_.take();
     }
 
-    // The request's steps behind its announcement.
-    void expect_request(Lines lines) {
+    // The request's steps behind its announcement; a text may hold several, one a line.
+    void expect_request(const Lines& lines) {
         updater_.marloMiscDataUpdateReq();
-        lines.insert(lines.begin(), kStarting);
-        expect(lines);
+        EXPECT_EQ(in_lines(recording_.take()), in_lines(lines, kStarting));
     }
 
-    // One try at a resource: what it sends, and how it ends.
-    static Lines attempt(int type, const Lines& steps, int response_code) {
-        const std::string number = std::to_string(type);
-        Lines lines = {"misc info Sending Data buffer for type: " + number};
-        lines.insert(lines.end(), steps.begin(), steps.end());
-        lines.push_back("misc info Finished transfer for type: " + number +
-                        " with response code: " + std::to_string(response_code));
-        return lines;
-    }
-
-    static Lines join(const std::vector<Lines>& parts) {
-        Lines all;
-        for (const Lines& part : parts) {
-            all.insert(all.end(), part.begin(), part.end());
+    static std::string in_lines(const Lines& lines, std::string text = "") {
+        for (const std::string& line : lines) {
+            text += (text.empty() ? "" : "\n") + line;
         }
-        return all;
+        return text;
+    }
+
+    // One try at a resource: what it sends, what it reports then, and how it ends.
+    static std::string attempt(int type, Lines steps, int response_code,
+                               const std::string& report = "") {
+        const std::string number = std::to_string(type);
+        steps.insert(steps.begin(), "misc info Sending Data buffer for type: " + number);
+        if (!report.empty()) {
+            steps.push_back("misc info " + report + " for type: " + number);
+        }
+        steps.push_back("misc info Finished transfer for type: " + number +
+                        " with response code: " + std::to_string(response_code));
+        return in_lines(steps);
+    }
+
+    // A try whose start packet is refused, or not answered: nothing follows it.
+    static std::string refused(int type, size_t size, int response_code) {
+        return attempt(type,
+                       {"send 0: " + std::to_string(type) + " " + std::to_string(size) + " 0"},
+                       response_code, "Sending Data buffer failed");
+    }
+
+    // A try that sends nothing, or nothing that is recorded.
+    static std::string unsent(int type) {
+        return attempt(type, {}, 0, "Sending Data buffer failed");
+    }
+
+    // A try of which only the first packets are sent.
+    std::string stopped(ptrdiff_t packets, int response_code, const std::string& report) const {
+        return attempt(1, {digits_sent_.begin(), digits_sent_.begin() + packets}, response_code,
+                       report);
     }
 
     static std::string crc_packet(int type, const std::string& data) {
@@ -67,19 +88,5 @@ class MiscData : public UpdaterTest {
     const std::string digits_ = "123456789";
     const Lines digits_sent_ = {"send 0: 1 9 0", "send 1: 1 4 1 1234", "send 2: 1 5 2 56789",
                                 "send 4: 1 4 0 cbf43926"};
-
-    // A try whose start packet is refused, or not answered: nothing follows it.
-    static Lines refused(int type, size_t size, int response_code) {
-        Lines steps = unsent(type, response_code);
-        steps.insert(steps.begin() + 1,
-                     "send 0: " + std::to_string(type) + " " + std::to_string(size) + " 0");
-        return steps;
-    }
-
-    // A try that sends nothing, or nothing that is recorded.
-    static Lines unsent(int type, int response_code = 0) {
-        return attempt(type,
-                       {"misc info Sending Data buffer failed for type: " + std::to_string(type)},
-                       response_code);
-    }
+    const std::string good_ = attempt(1, digits_sent_, 0);
 };

@@ -10,16 +10,13 @@ using scripted::platform;
 
 namespace {
 
-std::string describe(const marlo_misc_resource& resource) {
-    return std::to_string(resource.index) + " type " + std::to_string(resource.type) + " " +
-           resource.path + " " + std::to_string(resource.size) + " " +
-           std::string(resource.data.begin(), resource.data.end());
-}
-
 Lines load(const std::map<std::string, Offload_Type>& table = misc_file_types) {
     Lines lines;
     for (const auto& resource : load_misc_resources(table)) {
-        lines.push_back(describe(*resource));
+        lines.push_back(std::to_string(resource->index) + " type " +
+                        std::to_string(resource->type) + " " + resource->path + " " +
+                        std::to_string(resource->size) + " " +
+                        std::string(resource->data.begin(), resource->data.end()));
     }
     return lines;
 }
@@ -52,12 +49,11 @@ TEST_F(MiscData, WholeTransfer) {
     platform().file(kSettings, digits_);
     updater_.startMarloSHMUpdater(&recording_);
     expect({kOpening, "make glink_pkt_marlo_custom_data 44", "connect"});
-    expect_request(join({attempt(0,
-                                 {"send 0: 0 10 0", "send 1: 0 4 1 ABCD", "send 1: 0 4 2 EFGH",
-                                  "send 2: 0 2 3 IJ", crc_packet(0, "ABCDEFGHIJ")},
-                                 0),
-                         attempt(1, digits_sent_, 0),
-                         {kFinish}}));
+    expect_request({attempt(0,
+                            {"send 0: 0 10 0", "send 1: 0 4 1 ABCD", "send 1: 0 4 2 EFGH",
+                             "send 2: 0 2 3 IJ", crc_packet(0, "ABCDEFGHIJ")},
+                            0),
+                    good_, kFinish});
     updater_.endMarloSHMUpdater();
     expect({"delete", kDone});
     updater_.endMarloSHMUpdater();
@@ -81,73 +77,69 @@ TEST_F(MiscData, WholeTransfer) {
 }
 
 TEST_F(MiscData, LoadingAppendsAndStartingBeginsAfresh) {
-    begin();
+    begin("");
+    updater_.truncateMiscFwResources();
     expect_request({kFailed});  // nothing to send
-    platform().file(kSettings, "");
-    const Lines empty = {"send 0: 1 0 0", "send 2: 1 0 1", "send 4: 1 4 0 00000000"};
+    const std::string empty =
+        attempt(1, {"send 0: 1 0 0", "send 2: 1 0 1", "send 4: 1 4 0 00000000"}, 0);
     EXPECT_EQ(updater_.loadAndSaveMiscFw(), 1U);
     EXPECT_EQ(updater_.loadAndSaveMiscFw(), 1U);
-    expect_request(join({attempt(1, empty, 0), attempt(1, empty, 0), {kFinish}}));
+    expect_request({empty, empty, kFinish});
     updater_.startMarloSHMUpdater(&recording_);  // the channel is open
     expect({kOpening});
-    expect_request(join({attempt(1, empty, 0), {kFinish}}));
+    expect_request({empty, kFinish});
     EXPECT_EQ(updater_.truncateMiscFwResources(), 0);
     expect_request({kFailed});
 }
 
 TEST_F(MiscData, OnePacketWhereTheLimitIsLargeEnough) {
-    platform().file(kSettings, std::string(100, 'x'));
     script_.usual_answer.limit = 4096;
-    begin();
-    expect_request(join({attempt(1,
-                                 {"send 0: 1 100 0", "send 2: 1 100 1 " + std::string(100, 'x'),
-                                  crc_packet(1, std::string(100, 'x'))},
-                                 0),
-                         {kFinish}}));
+    const std::string data(100, 'x');
+    begin(data);
+    expect_request(
+        {attempt(1, {"send 0: 1 100 0", "send 2: 1 100 1 " + data, crc_packet(1, data)}, 0),
+         kFinish});
     EXPECT_EQ(logged("Buffer with payload"), 0U);
     EXPECT_EQ(logged("Last buffer"), 0U);
 }
 
 TEST_F(MiscData, NothingSentYetAnsweredPutsTheRestIntoOnePacket) {
-    platform().file(kSettings, digits_ + digits_);
-    begin();
-    const std::string crc = crc_packet(1, digits_ + digits_);
+    const std::string data = digits_ + digits_;
+    begin(data);
     script_.results = {0};
     expect_request(
-        join({attempt(1, {"send 0: 1 18 0", "send 2: 1 18 1 " + digits_ + digits_, crc}, 0),
-              {kFinish}}));
+        {attempt(1, {"send 0: 1 18 0", "send 2: 1 18 1 " + data, crc_packet(1, data)}, 0),
+         kFinish});
     script_.results = {16, 20, 0};
-    expect_request(join({attempt(1,
-                                 {"send 0: 1 18 0", "send 1: 1 4 1 1234", "send 1: 1 4 2 5678",
-                                  "send 2: 1 10 3 9123456789", crc},
-                                 0),
-                         {kFinish}}));
+    expect_request({attempt(1,
+                            {"send 0: 1 18 0", "send 1: 1 4 1 1234", "send 1: 1 4 2 5678",
+                             "send 2: 1 10 3 9123456789", crc_packet(1, data)},
+                            0),
+                    kFinish});
 }
 
 TEST_F(MiscData, TransportOfADownloadIsUsedAsItIs) {
-    platform().file(kSettings, digits_);
     Recording download;
     updater_.startMarloDownloaderWithCallback(&download);
-    recording_.take();
-    updater_.startMarloSHMUpdater(&recording_);
-    expect({kOpening});
-    expect_request(join({attempt(1, digits_sent_, 0), {kFinish}}));
+    begin(digits_);
+    expect_request({good_, kFinish});
     updater_.endMarloSHMUpdater();
     expect({"delete", kDone});
     EXPECT_EQ(download.take(), Lines{});
 }
 
 TEST_F(MiscData, WithoutACallback) {
-    platform().file(kSettings, digits_);
-    begin();
+    begin(digits_);
     updater_.startMarloSHMUpdater(nullptr);
     updater_.marloMiscDataUpdateReq();
     updater_.endMarloSHMUpdater();
-    expect(join({digits_sent_, {kFinish, "delete"}}));
+    Lines steps = digits_sent_;
+    steps.insert(steps.end(), {kFinish, "delete"});
+    expect(steps);
 }
 
 TEST_F(MiscData, WithoutAnAnswerRecordNothingIsRead) {
-    begin();
+    begin("");
     Bytes packet(16, 0);
     script_.usual_answer.error = EIO;
     script_.results = {7};
@@ -164,7 +156,7 @@ TEST_F(MiscData, WithoutAnAnswerRecordNothingIsRead) {
     recording_.take();
 }
 
-TEST_F(MiscData, CallbackMayEndTheTransfer) {
+TEST_F(MiscData, CallbackMayEndTheTransferAndThrowAtItsEnd) {
     struct Ending : Recording {
         marlo_fw_updater* updater = nullptr;
         void handleSHMResponse(std::string message, Status status) override {
@@ -172,33 +164,20 @@ TEST_F(MiscData, CallbackMayEndTheTransfer) {
             if (message.starts_with("Finished") && updater != nullptr) {
                 std::exchange(updater, nullptr)->endMarloSHMUpdater();
             }
+            if (status == STATUS_ERASE_DONE) {
+                throw std::runtime_error("why");
+            }
         }
     } ending;
     platform().file(kFirmware, "A");
-    platform().file(kSettings, "1234");
+    begin("1234");
     updater_.startMarloSHMUpdater(&ending);
     ending.take();
     ending.updater = &updater_;
     updater_.marloMiscDataUpdateReq();
     recording_.take();
-    EXPECT_EQ(
-        ending.take(),
-        join(
-            {{kStarting}, attempt(0, {}, 0), {kDone}, unsent(1), unsent(1), unsent(1), {kFailed}}));
-}
-
-TEST_F(MiscData, RuntimeErrorOfTheLastReportIsCaught) {
-    struct Throwing : Recording {
-        void handleSHMResponse(std::string, Status status) override {
-            if (status == STATUS_ERASE_DONE) {
-                throw std::runtime_error("why");
-            }
-        }
-    } throwing;
-    updater_.startMarloSHMUpdater(&throwing);
-    recording_.take();
-    updater_.endMarloSHMUpdater();
-    expect({"delete"});
+    EXPECT_EQ(in_lines(ending.take()), in_lines({kStarting, attempt(0, {}, 0), kDone, unsent(1),
+                                                 unsent(1), unsent(1), kFailed}));
     EXPECT_EQ(logged(", FATAL: failed : why"), 1U);
     EXPECT_EQ(logged("E endMarloSHMUpdater:"), 1U);
 }

@@ -23,13 +23,14 @@ Bytes linked(const std::string& name) {
 
 // File offset of a segment, as the C library's declarations of ELF find it.
 template <typename Header, typename Entry>
-size_t segment(const Bytes& elf, size_t index) {
+size_t segment_of(const Bytes& elf, size_t index) {
     Header header;
     std::memcpy(&header, elf.data(), sizeof(header));
     Entry entry;
     std::memcpy(&entry, elf.data() + header.e_phoff + index * sizeof(entry), sizeof(entry));
     return entry.p_offset;
 }
+constexpr auto segment = segment_of<Elf32_Ehdr, Elf32_Phdr>;
 
 class PlatformPatch : public UpdaterTest {
   protected:
@@ -63,7 +64,7 @@ void put(Bytes& bytes, size_t offset, auto value) {
 
 TEST_F(PlatformPatch, FillsTheBlockOfLinkedImages) {
     const Bytes second = linked("second32");
-    EXPECT_EQ(patch(second), with_block(second, segment<Elf32_Ehdr, Elf32_Phdr>(second, 1)));
+    EXPECT_EQ(patch(second), with_block(second, segment(second, 1)));
     EXPECT_EQ(logged("E updatePlatformInfo:"), 1U);
     EXPECT_EQ(logged("ELFCLASS32"), 1U);
     for (const char* line : {", debug_policy = 1", ", platform_id = 24", ", major_id = ffffffff",
@@ -71,7 +72,7 @@ TEST_F(PlatformPatch, FillsTheBlockOfLinkedImages) {
         EXPECT_EQ(logged(line), 1U) << line;
     }
     const Bytes third = linked("third64");
-    EXPECT_EQ(patch(third), with_block(third, segment<Elf64_Ehdr, Elf64_Phdr>(third, 2)));
+    EXPECT_EQ(patch(third), with_block(third, segment_of<Elf64_Ehdr, Elf64_Phdr>(third, 2)));
     EXPECT_EQ(logged("ELFCLASS64"), 1U);
 }
 
@@ -84,7 +85,7 @@ TEST_F(PlatformPatch, PatchedImageIsServed) {
     table("", kElfOffset);
     image("./flash.bin", {flash.begin(), flash.end()});
     start();
-    const auto offset = static_cast<uint32_t>(kElfOffset + segment<Elf32_Ehdr, Elf32_Phdr>(elf, 1));
+    const auto offset = static_cast<uint32_t>(kElfOffset + segment(elf, 1));
     updater_.sendmarloImageOffsetRes(1, offset, 24);
     const Lines steps = recording_.take();
     EXPECT_THAT(steps.back(),
@@ -92,26 +93,21 @@ TEST_F(PlatformPatch, PatchedImageIsServed) {
                                     "00 22 22 22 22"));
 }
 
-TEST_F(PlatformPatch, EveryMatchingSegmentIsFilled) {
+TEST_F(PlatformPatch, EveryMatchingSegmentIsFilledAndNoOther) {
     const Bytes twice = linked("twice32");
-    const size_t third = segment<Elf32_Ehdr, Elf32_Phdr>(twice, 2);
-    Bytes expected = with_block(twice, segment<Elf32_Ehdr, Elf32_Phdr>(twice, 1));
-    std::copy(kBlock.begin(), kBlock.end(),
-              expected.begin() + kElfOffset + static_cast<ptrdiff_t>(third));
+    Bytes expected = with_block(twice, segment(twice, 1));
+    const size_t third = kElfOffset + segment(twice, 2);
+    std::copy(kBlock.begin(), kBlock.end(), expected.begin() + static_cast<ptrdiff_t>(third));
     EXPECT_EQ(patch(twice), expected);
-}
-
-TEST_F(PlatformPatch, FirstHeaderAndHighAddressesDoNotCount) {
+    EXPECT_EQ(logged("debugPolicy_offset"), 2U);
+    // The first header and high addresses do not count.
     for (const char* name : {"first32", "high64"}) {
         EXPECT_EQ(patch(linked(name)), around(linked(name))) << name;
     }
-    EXPECT_EQ(logged("debugPolicy_offset"), 0U);
-}
-
-TEST_F(PlatformPatch, InvalidClassIsReadAsThirtyTwoBit) {
-    Bytes elf = linked("second32");
-    elf[EI_CLASS] = 3;
-    EXPECT_EQ(patch(elf), with_block(elf, segment<Elf32_Ehdr, Elf32_Phdr>(elf, 1)));
+    EXPECT_EQ(logged("debugPolicy_offset"), 2U);
+    Bytes unknown = linked("second32");
+    unknown[EI_CLASS] = 3;  // read as if it were 32 bit
+    EXPECT_EQ(patch(unknown), with_block(unknown, segment(unknown, 1)));
     EXPECT_EQ(logged("Invalid ELF"), 1U);
 }
 
@@ -136,21 +132,17 @@ TEST_F(PlatformPatch, EveryRefusedShapeIsLeftAsItIs) {
     }
     EXPECT_EQ(logged("Unknown File Type"), 5U);
 
-    Bytes one_header = good;
-    put(one_header, offsetof(Elf32_Ehdr, e_phnum), uint16_t{1});
-    EXPECT_EQ(patch(one_header), around(one_header));
-
-    for (const uint32_t table : {0xFFFFFFFFU, static_cast<uint32_t>(good.size()) - 95U}) {
-        Bytes elf = good;
-        put(elf, offsetof(Elf32_Ehdr, e_phoff), table);
-        EXPECT_EQ(patch(elf), around(elf)) << table;
-    }
-    Bytes many_headers = good;
-    put(many_headers, offsetof(Elf32_Ehdr, e_phnum), uint16_t{0xFFFF});
-    EXPECT_EQ(patch(many_headers), around(many_headers));
-    for (const char* name : {"second32", "third64"}) {
+    const auto expect_unchanged = [this](Bytes elf, size_t offset, auto value) {
+        put(elf, offset, value);
+        EXPECT_EQ(patch(elf), around(elf)) << offset << ": " << value;
+    };
+    expect_unchanged(good, offsetof(Elf32_Ehdr, e_phnum), uint16_t{1});
+    expect_unchanged(good, offsetof(Elf32_Ehdr, e_phoff), 0xFFFFFFFFU);
+    expect_unchanged(good, offsetof(Elf32_Ehdr, e_phoff), static_cast<uint32_t>(good.size()) - 95U);
+    expect_unchanged(good, offsetof(Elf32_Ehdr, e_phnum), uint16_t{0xFFFF});
+    for (const auto& [name, size] : {std::pair{"second32", 51U}, {"third64", 63U}}) {
         Bytes header_cut = linked(name);
-        header_cut.resize(name == std::string("second32") ? 51 : 63);
+        header_cut.resize(size);
         EXPECT_EQ(patch(header_cut), around(header_cut)) << name;
     }
     EXPECT_EQ(logged("lie outside the image"), 5U);

@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr char kUpdateRequest[] = "send 1: 1 0 0 49 4d 47 20 55 50 44 54";
+
 class Session : public UpdaterTest {
   protected:
     void begin() {
@@ -20,6 +22,19 @@ class Session : public UpdaterTest {
         image("other.bin", "wrong");
         image("./flash.bin", "flash");
         start();
+    }
+    // A fragment is asked for: what is reported of it, and the bytes that are sent.
+    void expect_fragment(const std::vector<uint32_t>& words, int percentage, const char* bytes) {
+        receive(5, words);
+        const Lines lines = recording_.take();
+        ASSERT_EQ(lines.size(), bytes == nullptr ? 1U : 2U);
+        EXPECT_EQ(lines[0], "info Image ID: " + std::to_string(words[0]) + " flash write " +
+                                std::to_string(percentage) + "% Completed...");
+        if (bytes != nullptr) {
+            EXPECT_EQ(lines[1], "send 6: " + std::to_string(words[0]) + " " +
+                                    std::to_string(words[1]) + " " + std::to_string(words[2]) +
+                                    bytes);
+        }
     }
 };
 
@@ -48,13 +63,13 @@ TEST_F(Session, EveryPlainMessageIsReportedByName) {
                                    {8U, "ended Received CANCEL_UPDT_RESP"},
                                    {9U, "info Received IMG_UPDT_END_REQ"},
                                    {10U, "info Received IMG_UPDT_END_RESP"},
-                                   {12U, "info Received SESSION_END_RESP"},
-                                   {13U, "error Received INVALID CMD RESP"},
-                                   {0U, "error Received INVALID CMD RESP"},
-                                   {15U, "error Received INVALID CMD RESP"},
-                                   {255U, "error Received INVALID CMD RESP"}}) {
+                                   {12U, "info Received SESSION_END_RESP"}}) {
         receive(id);
         expect({line});
+    }
+    for (const uint32_t id : {0U, 13U, 15U, 255U}) {
+        receive(id);
+        expect({"error Received INVALID CMD RESP"});
     }
     updater_.conn_res_event_cb(nullptr, 0);
     expect({"error Received INVALID CMD RESP"});
@@ -82,40 +97,25 @@ TEST_F(Session, ImageInformation) {
 
 TEST_F(Session, FragmentsAreWholeOrLeftOut) {
     begin();
-    receive(5, {5, 1, 3});
-    expect({"info Image ID: 5 flash write 20% Completed...", "send 6: 5 1 3 42 43 44"});
-    receive(5, {5, 4, 4});
-    expect({"info Image ID: 5 flash write 80% Completed...", "send 6: 5 4 4 45 00 00 00"});
-    receive(5, {5, 5, 4});
-    expect({"info Image ID: 5 flash write 100% Completed...", "send 6: 5 5 4"});
-    receive(5, {5, 0, 0});
-    expect({"info Image ID: 5 flash write 0% Completed...", "send 6: 5 0 0"});
-    receive(5, {9, 2, 4});
-    expect({"info Image ID: 9 flash write 0% Completed...", "send 6: 9 2 4"});
-    receive(5, {9, 2, 0xFFFFFFFF});
-    expect({"info Image ID: 9 flash write 0% Completed...", "send 6: 9 2 4294967295"});
+    expect_fragment({5, 1, 3}, 20, " 42 43 44");
+    expect_fragment({5, 4, 4}, 80, " 45 00 00 00");
+    expect_fragment({5, 5, 4}, 100, "");
+    expect_fragment({5, 0, 0}, 0, "");
+    expect_fragment({9, 2, 4}, 0, "");
+    expect_fragment({9, 2, 0xFFFFFFFF}, 0, "");
 }
 
 TEST_F(Session, HugeFragmentIsRefusedAndTheSessionLives) {
     begin();
     for (const uint32_t length : {(16U << 20) + 1, 0xFFFFFFFFU, 0xFFFFFFF4U}) {
-        receive(5, {5, 0, length});
-        expect({"info Image ID: 5 flash write 0% Completed..."});
+        expect_fragment({5, 0, length}, 0, nullptr);
     }
     EXPECT_EQ(logged("E sendmarloImageOffsetRes:"), 3U);
     EXPECT_EQ(logged("fragment of 4294967295 bytes of image 5 is refused"), 1U);
-    receive(5, {5, 0, 1});
-    expect({"info Image ID: 5 flash write 0% Completed...", "send 6: 5 0 1 41"});
-}
-
-TEST_F(Session, FragmentThatMemoryHasNoRoomForIsNotAnswered) {
-    begin();
     const AllocationLimit limit(1024 * 1024);
-    receive(5, {5, 0, 8U << 20});
-    expect({"info Image ID: 5 flash write 0% Completed..."});
+    expect_fragment({5, 0, 8U << 20}, 0, nullptr);
     EXPECT_EQ(logged("no memory for message 6 with 8388620 bytes"), 1U);
-    receive(5, {5, 0, 1});
-    expect({"info Image ID: 5 flash write 0% Completed...", "send 6: 5 0 1 41"});
+    expect_fragment({5, 0, 1}, 0, " 41");
 }
 
 TEST(MessageBufferTest, TheLargerBufferIsKept) {
@@ -129,7 +129,7 @@ TEST(MessageBufferTest, TheLargerBufferIsKept) {
     EXPECT_GE(buffer.take().capacity(), 4096U);
 }
 
-TEST_F(Session, EndIsAnsweredAndReleasesTheImages) {
+TEST_F(Session, EndIsAnsweredReleasesTheImagesAndMayBeFollowedByAnUpdate) {
     begin();
     receive(11);
     expect({"info Received SESSION_END_REQ",
@@ -139,6 +139,11 @@ TEST_F(Session, EndIsAnsweredAndReleasesTheImages) {
     transport_->fail(GLINK_IO_ERROR);  // finished: nothing to resume
     transport_->fail(GLINK_SSR);
     EXPECT_EQ(logged("E conn_error_cb:"), 2U);
+    start();
+    updater_.marloFirmwareUpdateReq();
+    recording_.take();
+    transport_->fail(GLINK_IO_ERROR);
+    expect({"send 13: 1 0 0", "started ### Getting Marlo DFU State. ###"});
 }
 
 TEST_F(Session, UnsentEndReleasesTheImagesAndStaysUnfinished) {
@@ -156,24 +161,13 @@ TEST_F(Session, UpdateRequest) {
     script_.results = {-5, 0};
     updater_.marloFirmwareUpdateReq();
     updater_.marloFirmwareUpdateReq();
-    expect({"send 1: 1 0 0 49 4d 47 20 55 50 44 54", "send 1: 1 0 0 49 4d 47 20 55 50 44 54"});
+    expect({kUpdateRequest, kUpdateRequest});
     updater_.marloFirmwareUpdateReq();
-    expect({"send 1: 1 0 0 49 4d 47 20 55 50 44 54", "property 0",
-            "started ### Starting Marlo Firmware Update. ###"});
+    expect({kUpdateRequest, "property 0", "started ### Starting Marlo Firmware Update. ###"});
     image("./flash.bin", "");
     start();
     updater_.marloFirmwareUpdateReq();
     expect({"error AON Flash bin file is empty or not present"});
-}
-
-TEST_F(Session, UpdateRequestReopensAFinishedSession) {
-    begin();
-    updater_.sendSessionEndRes();
-    start();
-    updater_.marloFirmwareUpdateReq();
-    recording_.take();
-    transport_->fail(GLINK_IO_ERROR);
-    expect({"send 13: 1 0 0", "started ### Getting Marlo DFU State. ###"});
 }
 
 TEST_F(Session, FailedOpenDeletesTheTransportInsideConnect) {
@@ -184,11 +178,8 @@ TEST_F(Session, FailedOpenDeletesTheTransportInsideConnect) {
     updater_.eraseAllRAWPartitionAndContinueDownload();
     updater_.getCurrentDFUStateAndContinueDownload();
     EXPECT_EQ(logged(", glinkInterface == nullptr"), 2U);
-}
-
-TEST_F(Session, GenuineTransportMayBeDeletedInsideConnect) {
-    marlo_fw_updater updater;
-    updater.startMarloDownloaderWithCallback(&recording_);
+    marlo_fw_updater genuine;
+    genuine.startMarloDownloaderWithCallback(&recording_);
     expect({"channel-error Marlo dfu channel open failed", "ended MarloDownloader END"});
     EXPECT_EQ(scripted::platform().transcript({"open /dev/"}).size(), 3U);
 }

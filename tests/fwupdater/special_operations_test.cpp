@@ -30,6 +30,12 @@ class SpecialOperations : public UpdaterTest {
         all.insert(all.end(), words.begin(), words.end());
         receive(14, all);
     }
+    // A state answer, and what is done after it was reported.
+    void expect_after(const std::vector<uint32_t>& words, Lines lines) {
+        state(words);
+        lines.insert(lines.begin(), kAnswered + "0");
+        expect(lines);
+    }
 };
 
 }  // namespace
@@ -45,10 +51,9 @@ TEST_F(SpecialOperations, EachErasablePartitionOnceThenTheState) {
             "info Going for erase from offset: 4294963200 to Length: 4096..."});
     receive(14, {0, 9});
     expect({kAnswered + "9", "info ### Marlo Flash Erase Failed. ###", "send 13: 1 0 0", kAsking});
-    state({0});
-    expect({kAnswered + "0", "send 1: 1 0 0 49 4d 47 20 55 50 44 54", "property 0",
-            "started ### Starting Marlo Firmware Update. ###",
-            "info Current Marlo DFU state = INIT "});
+    expect_after({0}, {"send 1: 1 0 0 49 4d 47 20 55 50 44 54", "property 0",
+                       "started ### Starting Marlo Firmware Update. ###",
+                       "info Current Marlo DFU state = INIT "});
 }
 
 TEST_F(SpecialOperations, AnswerThatOvertakesItsRequestErasesNothingTwice) {
@@ -83,37 +88,31 @@ TEST_F(SpecialOperations, ReportedStateIsAnsweredFirstThenShown) {
     begin();
     updater_.getCurrentDFUStateAndContinueDownload();
     expect({"send 13: 1 0 0", kAsking});
-    state({1, 2, 5, 6});
-    expect({kAnswered + "0", "send 4: 2 8 0", "info Updating Image ID: 2 size:8",
-            "info Current Marlo DFU state = INFO_REQ  Image ID: 2"});
-    state({1, 0});
-    expect({kAnswered + "0", "send 4: 0 0 0", "info Updating Image ID: 0 size:0",
-            "info Current Marlo DFU state = INFO_REQ "});
-    state({2, 2, 4, 2});
-    expect({kAnswered + "0", "info Image ID: 2 flash write 50% Completed...", "send 6: 2 4 2 45 46",
-            "info Current Marlo DFU state = OFFSET_REQ  Image ID: 2 offset: 4 fragment_len: 2"});
-    state({2, 2, 0, 1});
-    expect({kAnswered + "0", "info Image ID: 2 flash write 0% Completed...", "send 6: 2 0 1 41",
-            "info Current Marlo DFU state = OFFSET_REQ  Image ID: 2 fragment_len: 1"});
-    state({4, 2, 4, 2});
-    expect({kAnswered + "0", "info Current Marlo DFU state = CANCEL_UPDATE_REQ "});
-    state({7, 2});
-    expect({kAnswered + "0", "info Current Marlo DFU state =  "});
-    state({3});
-    expect({kAnswered + "0", "send 12: 0 0 0", "property 1",
-            "success ### Marlo Firmware Update finished. ###",
-            "info Current Marlo DFU state = SESSION_END_REQ "});
+    expect_after({1, 2, 5, 6}, {"send 4: 2 8 0", "info Updating Image ID: 2 size:8",
+                                "info Current Marlo DFU state = INFO_REQ  Image ID: 2"});
+    expect_after({1, 0}, {"send 4: 0 0 0", "info Updating Image ID: 0 size:0",
+                          "info Current Marlo DFU state = INFO_REQ "});
+    expect_after(
+        {2, 2, 4, 2},
+        {"info Image ID: 2 flash write 50% Completed...", "send 6: 2 4 2 45 46",
+         "info Current Marlo DFU state = OFFSET_REQ  Image ID: 2 offset: 4 fragment_len: 2"});
+    expect_after({2, 2, 0, 1},
+                 {"info Image ID: 2 flash write 0% Completed...", "send 6: 2 0 1 41",
+                  "info Current Marlo DFU state = OFFSET_REQ  Image ID: 2 fragment_len: 1"});
+    expect_after({4, 2, 4, 2}, {"info Current Marlo DFU state = CANCEL_UPDATE_REQ "});
+    expect_after({7, 2}, {"info Current Marlo DFU state =  "});
+    expect_after({3},
+                 {"send 12: 0 0 0", "property 1", "success ### Marlo Firmware Update finished. ###",
+                  "info Current Marlo DFU state = SESSION_END_REQ "});
 }
 
 TEST_F(SpecialOperations, BareQueryHandsTheStateOver) {
     begin();
     updater_.sendGetDFUStateReq();
     expect({"send 13: 1 0 0", kAsking});
-    state({2, 2, 4, 0});
-    expect({kAnswered + "0", "info Current Marlo DFU state = OFFSET_REQ  Image ID: 2 offset: 4",
-            "state 2"});
-    state({7});
-    expect({kAnswered + "0", "info Current Marlo DFU state =  ", "state 7"});
+    expect_after({2, 2, 4, 0},
+                 {"info Current Marlo DFU state = OFFSET_REQ  Image ID: 2 offset: 4", "state 2"});
+    expect_after({7}, {"info Current Marlo DFU state =  ", "state 7"});
 }
 
 TEST_F(SpecialOperations, FailedQueryAndOtherOperationsStopThere) {

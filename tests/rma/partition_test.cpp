@@ -213,6 +213,7 @@ TEST_F(RmaTest, AWriteThatFailsIsReported) {
     const size_t before = platform().transcript({"pwrite", "fdatasync"}).size();
     EXPECT_EQ(rma_.AppendToFile(path, 0, 8, nullptr), 0);
     EXPECT_EQ(rma_.AppendToFile(path, 1, 8, nullptr), -1);
+    EXPECT_EQ(rma_.AppendToFile(path, 8, 0xFFFFFFF8, nullptr), -1);
     EXPECT_EQ(rma_.AppendToFile("/data/vendor/aon/none", 0, 0, nullptr), -1);
     EXPECT_EQ(platform().transcript({"pwrite", "fdatasync"}).size(), before);
 }
