@@ -21,16 +21,22 @@ std::string content_difference(const Bytes& expected, const Bytes& got) {
            ", not " + std::to_string(*wanted);
 }
 
+// Empty: it is as it must be.
+std::string file_difference(const fs::path& file, const Bytes& expected) {
+    const std::string name = "backing file " + file.filename().string();
+    if (!fs::is_regular_file(file)) return name + " is not there";
+    std::ifstream stream(file, std::ios::binary);
+    const std::string content =
+        content_difference(expected, Bytes(std::istreambuf_iterator<char>(stream), {}));
+    return content.empty() ? "" : name + ": " + content;
+}
+
 }  // namespace
 
 std::string difference(const fs::path& directory, const BackingFiles& expected) {
     for (const auto& [name, bytes] : expected) {
-        const std::string file = "backing file " + name;
-        if (!fs::is_regular_file(directory / name)) return file + " is not there";
-        std::ifstream stream(directory / name, std::ios::binary);
-        const std::string content =
-            content_difference(bytes, Bytes(std::istreambuf_iterator<char>(stream), {}));
-        if (!content.empty()) return file + ": " + content;
+        std::string wrong = file_difference(directory / name, bytes);
+        if (!wrong.empty()) return wrong;
     }
     for (const auto& entry : fs::directory_iterator(directory)) {
         const std::string name = entry.path().filename();

@@ -57,12 +57,12 @@ struct FaultValue {
 // One row of the table. To add a fault: an enumerator above, a row in faults.cpp, and at each of
 // its occasions one call of Faults::strikes.
 struct FaultRow {
-    Fault fault;
     const char* name;         // on the command line
     const char* what;         // one line: what happens
     const char* occasion;     // what is counted
     const FaultValue* value;  // null: it takes none
     uint32_t usual_value;     // where none is given
+    Fault fault;
 };
 
 std::span<const FaultRow> all_faults();

@@ -39,7 +39,7 @@ std::string property_words(const nlohmann::json& fields) {
 
 // Empty: no step of its own.
 std::string phase_words(const nlohmann::json& fields) {
-    const std::string phase = fields.at("phase");
+    std::string phase = fields.at("phase");
     if (phase == "state") return phase + " " + fields.at("state").get<std::string>();
     if (phase == "misc resource") return "";  // how many there are is up to the files
     for (const char* step : {"session ", "unknown image", "misc ", "rma "}) {

@@ -63,18 +63,24 @@ using Stimulus = std::variant<PropertyChange, Restart>;
 // One step of the expected course: something that the daemon does, in words, or something that the
 // simulator does when the steps before it are done. The words:
 //   "get boot mode FLASH", "set boot mode HOST", "SPI busy", "SPI free", "load", "unload",
-//   "soft reset", "reset", "query version", "TWM exit", "save dump", "boot status 1"; a command
-//   that the co-processor refuses is followed by " fails"
-//   "NAME=VALUE": the property is written
-//   "session begins", "session ends": MG_UPDT_REQ, SESSION_END_RESP accepted
-//   "session cancelled": by the co-processor
-//   "state INIT" and so on: a state query is answered; "unknown image": the host has told that there
-//   is none. These two may come where no step expects them.
-//   "state refused": a state query is answered with a failure
-//   "misc begins", "misc ends": the first start packet, the finish packet accepted
-//   "rma opened": the channel of the co-processor's memory, each time
-//   "rma begins", "rma half", "rma ends": of what the co-processor does with its memory; each once
-//   "exit 237", "signal 6": the daemon ends
+//   "soft reset", "reset", "query version", "TWM exit", "save dump", "boot status 1":
+//       commands; one that the co-processor refuses is followed by " fails"
+//   "NAME=VALUE":
+//       the property is written
+//   "session begins", "session ends", "session cancelled":
+//       MG_UPDT_REQ, SESSION_END_RESP accepted; given up by the co-processor
+//   "state INIT" and so on, "unknown image":
+//       a state query is answered; the host has told that there is no such image; both may also
+//       come where no step expects them
+//   "state refused":
+//       a state query is answered with a failure
+//   "misc begins", "misc ends":
+//       the first start packet, the finish packet accepted
+//   "rma opened", "rma begins", "rma half", "rma ends":
+//       the channel of the co-processor's memory, each time; what the co-processor does on it,
+//       each once
+//   "exit 237", "signal 6":
+//       the daemon ends
 struct Step {
     std::string words;
     std::optional<Stimulus> stimulus = {};

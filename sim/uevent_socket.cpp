@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 namespace sim {
 namespace {
@@ -58,11 +59,15 @@ void UeventSocket::announce(int marlo_event) {
 void UeventSocket::send(const std::string& action, const std::string& device,
                         const std::string& subsystem, const std::string& variable) {
     take_clients();
+    const std::string number = std::to_string(++sequence_number_);
     std::string message;
-    for (const std::string& text :
-         {action + "@" + device, "ACTION=" + action, "DEVPATH=" + device, "SUBSYSTEM=" + subsystem,
-          variable, "SEQNUM=" + std::to_string(++sequence_number_)}) {
-        message.append(text.c_str(), text.size() + 1);
+    for (const auto& [name, value] : {std::pair(action + "@", device),
+                                      {"ACTION=", action},
+                                      {"DEVPATH=", device},
+                                      {"SUBSYSTEM=", subsystem},
+                                      {"", variable},
+                                      {"SEQNUM=", number}}) {
+        message.append(name).append(value).push_back('\0');
     }
     std::erase_if(clients_, [&message](int client) {
         const ssize_t sent =
