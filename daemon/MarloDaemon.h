@@ -10,6 +10,7 @@
 #include "comhandler/MarloComHandler.h"
 #include "daemon/BootProgressObserver.h"
 #include "daemon/DFUCallback.h"
+#include "daemon/OneAtATime.h"
 #include "daemon/SSRHandler.h"
 #include "fwupdater/marlo_fw_updater.h"
 #include "rma/marlo_rma.h"
@@ -22,9 +23,9 @@ inline constexpr int NO_AON_DEVICE = -19;
 //
 // Everything runs on the main thread, except
 // - the reports of a download (DFUCallback), which come on the channel's reader thread and may
-// change
-//   the boot mode from there,
-// - the reactions to a power-down and a power-up, which come on the restart listener's thread.
+//   change the boot mode from there,
+// - the reactions to a power-down and a power-up, which come on the restart listener's thread; a
+//   push of misc data and the start of a download run on whichever of the two came first.
 class MarloDaemon {
   public:
     MarloDaemon();
@@ -49,10 +50,11 @@ class MarloDaemon {
     void handleFlashMode();
     void changeBootmode(int mode);
     int defaultHandler();       // 0 when the fall-back to HOST mode came up, else -1
-    int startFirmwareUpdate();  // 0
+    int startFirmwareUpdate();  // 0; begins a download, after a push of misc data that is under way
 
     // The variant without flash (no_flash.cpp): gets its misc data pushed and the RMA service
-    // started, after a boot and after each power-up.
+    // started, after a boot and after each power-up. A call that comes while a download begins or
+    // another push is under way is served after it, by the thread of that one.
     void handleNoFlashPsram();
     int startMiscDataFirmwareUpdate();  // 0; returns once the data are pushed, or have failed to be
     void on_aon_up();                   // the co-processor has been powered up
@@ -68,6 +70,7 @@ class MarloDaemon {
     bool load_and_wait();
     void boot_complete(int priority, BootProgress mode);
     DFUCallback* make_callback();
+    void begin_download();
     void push_misc_data_and_start_rma();
 
     std::atomic<bool> is_no_flash_ = false;  // powered up as the variant without flash; stays set
@@ -79,7 +82,9 @@ class MarloDaemon {
     std::unique_ptr<marlo_fw_updater> updater_;
     std::unique_ptr<SSRHandler> ssr_handler_;  // null until registered
     std::unique_ptr<marlo_rma> rma_;
-    std::atomic<int> no_flash_requests_ = 0;  // calls of handleNoFlashPsram yet to be served
+    // Starts of downloads and pushes of misc data: they share the updater's one transport.
+    OneAtATime updates_;
+    std::atomic<bool> is_push_waiting_ = false;  // for its turn
     // Null until a boot completes.
     std::atomic<wear_firmware_info_t*> firmware_version_ = nullptr;
     // Every record so far: whoever reads one may still be at it when the next boot completes.

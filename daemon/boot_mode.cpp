@@ -123,13 +123,16 @@ int MarloDaemon::defaultHandler() {
 }
 
 int MarloDaemon::startFirmwareUpdate() {
-    if (updater_ == nullptr) {
-        return 0;
+    if (updater_ != nullptr) {
+        updates_.run([this] { begin_download(); });
     }
+    return 0;
+}
+
+void MarloDaemon::begin_download() {
     updater_->startMarloDownloaderWithCallback(make_callback());
     updater_->eraseAllRAWPartitionAndContinueDownload();
     notify(BOOT_PROGRESS_UPDATE);
-    return 0;
 }
 
 // One for each update. All are kept: a report of an older one may still be on its way.

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 
-// The log statement of the library-like classes (transport, updater, wakelock) and its
+// The log statement of the library-like classes (transport, updater, RMA service, wakelock) and its
 // process-wide settings. main's thread writes the settings while it is the only thread; every
 // thread reads them without a lock.
 //

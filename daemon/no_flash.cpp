@@ -17,16 +17,16 @@ constexpr unsigned int kMiscSettleSeconds = 2;
 
 }  // namespace
 
-// The boot (main thread) and a power-up (listener) may come at the same time, but there is one
-// misc-data channel. A call that finds another one at work leaves its share to that one: the
-// listener goes on listening, and no lock is held during the transfer.
+// The boot (main thread) and a power-up (listener) may come at the same time. Power-ups that come
+// while one waits for its turn are served with it.
 void MarloDaemon::handleNoFlashPsram() {
-    if (no_flash_requests_.fetch_add(1) != 0) {
+    if (is_push_waiting_.exchange(true)) {
         return;
     }
-    do {
+    updates_.run([this] {
+        is_push_waiting_ = false;
         push_misc_data_and_start_rma();
-    } while (no_flash_requests_.fetch_sub(1) != 1);
+    });
 }
 
 void MarloDaemon::push_misc_data_and_start_rma() {

@@ -69,6 +69,7 @@ class marlo_glink : public glink_interface {
     reader_pass poll_and_read();
     reader_pass take_wake_up();
     reader_pass take_packet(int fd);
+    bool wait_for_rest(int fd);
     void glink_error_handler(int error);
     void reconnect();
     void trigger_error_cb(const char* function, glink_interface_error error);
@@ -100,7 +101,7 @@ class marlo_glink : public glink_interface {
     std::atomic<int> g_glink_err_cnt{0};     // consecutive errors
     std::atomic<bool> _reconnecting{false};  // from a hang-up until the channel is open again
     std::atomic<bool> _closing{false};
-    std::atomic<bool> _stop_reader{false};  // for a reader that has no wake-up pipe
+    std::atomic<bool> _stop_reader{false};  // also tells a reader that has no wake-up pipe
     uint8_t* _ind_buf = nullptr;  // the packet that is being delivered; the reader thread's alone
     uint32_t _ind_buf_len = 0;
     client_wakelock* _wakelock = nullptr;

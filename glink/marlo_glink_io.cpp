@@ -74,6 +74,9 @@ int marlo_glink::read_packet(int fd, std::vector<uint8_t>& buffer, unsigned int 
     int empty_reads = 0;
     const Framing* framing = nullptr;
     for (bool is_first = true; is_first || total < want;) {
+        if (!is_first && !wait_for_rest(fd)) {
+            return 0;
+        }
         buffer.resize(std::max(buffer.size(), total + want));
         const ssize_t count = os::read(fd, buffer.data() + total, want);
         if (count < 0 && errno == EAGAIN) {

@@ -122,6 +122,16 @@ marlo_glink::reader_pass marlo_glink::take_packet(int fd) {
     return reader_pass::fruitless;
 }
 
+// A length field that promises more than the packet holds must not keep the reader from ending.
+// False when its wake-up pipe says something, which is left there.
+bool marlo_glink::wait_for_rest(int fd) {
+    const int timeout_ms = _wakeup_pipe[0] == -1 ? kPipelessPollMs : -1;
+    pollfd entries[2] = {{_wakeup_pipe[0], POLLIN, 0}, {fd, kChannelEvents, 0}};
+    while (os::poll(entries, 2, timeout_ms) == 0 && !_stop_reader) {
+    }
+    return entries[0].revents == 0 && !_stop_reader;
+}
+
 void marlo_glink::glink_error_handler(int error) {
     MARLO_LOG(info, "GLINK_int glink_error_handler received error = %d", error);
     if (error == POLLHUP) {

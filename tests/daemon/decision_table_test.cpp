@@ -1,25 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 // One situation a test: everything that the daemon does in it, from the first command to the last.
 //
-//   start                                         test
-//   HOST, comes up                                HostBootIsAccepted
-//     variant without flash                       HostBootWithoutFlashIsGivenItsMiscData
-//     the same, misc data pushed already          HostBootWithoutFlashThatHasItsMiscData
-//   HOST, no version                              HostBootWithoutAVersion
-//   HOST, does not load                           FailedHostBootHasNoFallBack
-//   FLASH, update flag not 1 FlashBootWithoutTheUpdateFlagIsUpdatedWithoutLoading FLASH, update
-//   flag 1
-//     versions match                              FlashBootWithMatchingVersions
-//     versions differ                             FlashBootWithDifferentVersions
-//     no version                                  FlashBootWithoutAVersionKeepsTheOldFirmware
-//     does not load, HOST does                    FailedFlashBootFallsBackToHostAndUpdates
-//     does not load, nor does HOST                FailedFallBackIsTheEndOfTheBoot
-//   later                                         test
-//   download finished                             FinishedDownloadSwitchesToFlash
-//   download channel cannot be opened ChannelThatCannotBeOpenedLeavesTheCoprocessorInHostMode
-//   power-up, power-down without flash            PowerUpWithoutFlashPushesTheMiscDataAgain
-//   power-up after the misc data were taken PowerUpWithTheMiscDataInPlaceOnlyStartsTheRmaService
-//   power-up, power-down of any other             PowerUpOfAnotherVariantChangesNothing
+//   start                             test
+//   HOST, comes up                    HostBootIsAccepted
+//     variant without flash           HostBootWithoutFlashIsGivenItsMiscData
+//     the same, has its misc data     HostBootWithoutFlashThatHasItsMiscData
+//   HOST, no version                  HostBootWithoutAVersion
+//   HOST, does not load               FailedHostBootHasNoFallBack
+//   FLASH, update flag not 1          FlashBootWithoutTheUpdateFlagIsUpdatedWithoutLoading
+//   FLASH, update flag 1
+//     versions match                  FlashBootWithMatchingVersions
+//     versions differ                 FlashBootWithDifferentVersions
+//     no version                      FlashBootWithoutAVersionKeepsTheOldFirmware
+//     does not load, HOST does        FailedFlashBootFallsBackToHostAndUpdates
+//     does not load, nor does HOST    FailedFallBackIsTheEndOfTheBoot
+//   later                             test
+//   download finished                 FinishedDownloadSwitchesToFlash
+//   no download channel               ChannelThatCannotBeOpenedLeavesTheCoprocessorInHostMode
+//   power-up, -down without flash     PowerUpWithoutFlashPushesTheMiscDataAgain
+//   the same, has its misc data       PowerUpWithTheMiscDataInPlaceOnlyStartsTheRmaService
+//   power-up, -down of any other      PowerUpOfAnotherVariantChangesNothing
 #include "tests/daemon/daemon_fixture.h"
 
 using scripted::platform;
@@ -335,6 +335,29 @@ TEST_F(DecisionTable, SwitchIsGivenUpWithoutAWordAfterThreeAttempts) {
     loads_to_fail_ = 3;
     daemon_->changeBootmode(FLASH);
     expect_further({{"set mode 1", "unload", "SPI busy"}, attempt, attempt, attempt, {"SPI free"}});
+}
+
+TEST_F(DecisionTable, DownloadBeginsThoughTheSwitchToHostWasGivenUp) {
+    const Lines attempt = {"soft reset", "load = -5", "E Send MARLO_LOAD flag failed", "sleep 1",
+                           "sleep 1"};
+    loads_to_fail_ = 3;
+    start_until_sleep(7);
+    expect_course({{"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1", "notify 2",
+                    "I zt_aon.dfu_update is 0, do fW_update", "set mode 0", "unload", "SPI busy"},
+                   attempt,
+                   attempt,
+                   attempt,
+                   {"SPI free"},
+                   begin_download_,
+                   {"sleep 1"}});
+}
+
+TEST_F(DecisionTable, SwitchMaySucceedAtTheThirdAttempt) {
+    start_until_sleep(2);
+    loads_to_fail_ = 2;
+    daemon_->changeBootmode(HOST);
+    EXPECT_EQ(actions().back(), "notify 0");
+    EXPECT_EQ(platform().count("soft reset") + platform().count("0xc0205609 cmd 0 "), 1u + 3u);
 }
 
 TEST_F(DecisionTable, SwitchNeedsTheStateToBeRunningAsWell) {

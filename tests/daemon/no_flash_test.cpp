@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The variant without flash, where boots, power-ups and the push of its misc data meet.
+#include <set>
+
 #include "tests/daemon/daemon_fixture.h"
 
 using scripted::platform;
@@ -48,6 +50,30 @@ TEST_F(NoFlash, PowerUpDuringAPushIsServedAfterIt) {
     EXPECT_EQ(channel_opens(kRmaChannel), 2u);
     EXPECT_EQ(platform().count("D starting rma connection"), 2u);
     EXPECT_EQ(platform().count("Marlo Misc Data Resources Update Done"), 2u);
+}
+
+// They share one transport: it must not go while the download begins with it.
+TEST_F(NoFlash, PowerUpWhileADownloadBeginsIsServedAfterIt) {
+    boot_mode_ = FLASH;
+    bool announced = false;
+    platform().on_write(kDfuChannel, [&](const scripted::Bytes&) {
+        if (!std::exchange(announced, true)) {
+            announce(4);
+        }
+    });
+    platform().property("persist.vendor.zt_aon.dfu_update", "1");
+    platform().file(kVersionFile, "\"apps_cochip\": \"APPS.3\",\n");
+    start_until_sleep(3);
+    std::vector<std::string> lines = course();
+    std::erase_if(lines, [](const std::string& line) {
+        return !std::set<std::string>{"open dfu", "I on_aon_up: called\n", "notify 2",
+                                      "I found NOFLASH_PSRAM AON, do misc_data_fW_update",
+                                      "open rma"}
+                    .contains(line);
+    });
+    EXPECT_THAT(lines,
+                ElementsAre("notify 2", "open dfu", "I on_aon_up: called\n", "notify 2",
+                            "I found NOFLASH_PSRAM AON, do misc_data_fW_update", "open rma"));
 }
 
 // The last packet's write takes nothing, and yet it is answered.

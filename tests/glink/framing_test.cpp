@@ -111,6 +111,15 @@ TEST_F(DfuFraming, PacketThatEndsTooSoonIsAFailedRead) {
     EXPECT_EQ(platform().count("GLINK_int read failed with errno = 5"), 1u);
 }
 
+TEST_F(DfuFraming, ReaderThatWaitsForTheRestOfAPacketCanBeEnded) {
+    connect();
+    arrives(packet_of(20, 8, 400));
+    EXPECT_THAT(packets(), IsEmpty());
+    transport_.reset();
+    EXPECT_THAT(errors(), IsEmpty());
+    EXPECT_EQ(platform().open_descriptors(), 0);
+}
+
 TEST_F(RmaFraming, LengthStandsAtOffsetFourFromThirteenBytesOn) {
     connect();
     const Bytes header_alone = packet_of(12, 4, 12);
