@@ -78,12 +78,13 @@ Coprocessor::~Coprocessor() = default;
 
 void Coprocessor::set_time(Time now) {
     reporter_->set_time(now);
-    if (power_up_at_ && *power_up_at_ <= reporter_->now()) power_up();
+    if (power_up_at_ && *power_up_at_ <= reporter_->now() && !any_hung_up()) power_up();
     for (PacketChannel* channel : channels_) channel->clock_moved();
 }
 
 std::optional<Time> Coprocessor::next_deadline() const {
-    std::optional<Time> next = power_up_at_;
+    std::optional<Time> next;
+    if (!any_hung_up()) next = power_up_at_;
     for (const PacketChannel* channel : channels_) {
         const auto deadline = channel->next_deadline();
         if (deadline && (!next || *deadline < *next)) next = deadline;
@@ -232,6 +233,11 @@ void Coprocessor::restart_announced(std::optional<Time> length) {
     if (length) power_up_at_ = reporter_->now() + *length;
     emit_new_state();
     reporter_->emit(EventKind::kUevent, {{"marlo_event", kPoweredDown}});
+}
+
+bool Coprocessor::any_hung_up() const {
+    return std::any_of(channels_.begin(), channels_.end(),
+                       [](const PacketChannel* channel) { return channel->hung_up(); });
 }
 
 void Coprocessor::power_up() {

@@ -85,7 +85,8 @@ class Coprocessor {
 
     // A restart that the kernel announces: powered down at once, and powered up again after
     // `length`, in the boot mode set last by then; without a length not at all. Events tell of
-    // both.
+    // both. The power-up waits until the daemon has let go of the channels that hung up, so that a
+    // restart takes the same course on a busy machine.
     void restart_announced(std::optional<Time> length);
 
     // One request on the control device. `block`: the 32 bytes of the request, or empty for the
@@ -134,6 +135,7 @@ class Coprocessor {
     std::optional<uint32_t> load_error();
     PacketChannel& find(Channel channel) const;
     void hang_up();
+    bool any_hung_up() const;
     void power_up();
     void write_wake_file(const char* file, std::string_view name, bool hold);
     void emit_new_state();

@@ -129,8 +129,9 @@ TEST(Coprocessor, AnnouncesTheRestartsThatItIsAskedFor) {
     host.model.set_time(1s);
     host.model.restart_announced(100ms);
     EXPECT_TRUE(host.model.hung_up(Channel::kDfu));
-    EXPECT_EQ(host.model.next_deadline(), 1100ms);
+    EXPECT_EQ(host.model.next_deadline(), std::nullopt);  // until the dead channel is closed
     host.model.close_channel(Channel::kDfu);
+    EXPECT_EQ(host.model.next_deadline(), 1100ms);
     EXPECT_EQ(host.model.open_channel(Channel::kDfu), -ENODEV);
     host.boot_command(5, kHostMode);
     host.model.set_time(1100ms);
@@ -143,6 +144,9 @@ TEST(Coprocessor, AnnouncesTheRestartsThatItIsAskedFor) {
     host.take_wakelock();
     host.erase_all();
     EXPECT_TRUE(host.model.hung_up(Channel::kDfu));
+    host.model.set_time(1170ms);
+    EXPECT_FALSE(host.model.status().running);
+    host.model.close_channel(Channel::kDfu);
     host.model.set_time(1170ms);
     std::vector<std::string> both = first;
     both.insert(both.end(), {"offline", R"({"marlo_event":1})", "HOST", R"({"marlo_event":4})"});
