@@ -35,85 +35,86 @@ class ComHandler : public testing::Test {
     MarloComHandler handler_;
 };
 
-struct CommandRow {
-    const char* name;
+struct Command {
     std::function<int(MarloComHandler&)> call;
     uint32_t request;
     uint32_t cmd;
     uint32_t value;
-    const char* failure;  // priority and text of the line about a failed ioctl
-    const char* device;   // as the line about a failed open names it
-    bool has_result;
-    bool positive_is_failure;
+    std::string failure;              // priority and text of the line about a failed ioctl
+    const char* device = "marlocom";  // as the line about a failed open names it
+    bool has_result = false;
+    bool positive_is_failure = true;
 };
 
-const CommandRow kCommands[] = {
-    {"SpiBusy", [](auto& h) { return h.marlocomSpiBusy(), 0; }, 0x80205604, 0, 0,
-     "E SPI busy failed", "marlocom_dev", false, true},
-    {"SpiFree", [](auto& h) { return h.marlocomSpiFree(), 0; }, 0x80205603, 0, 0,
-     "E SPI free failed", "marlocom_dev", false, true},
-    {"Reset", [](auto& h) { return h.marloReset(), 0; }, 0xc0205605, 20, 0,
-     "D \t***** Marlo reset failed *****\t", "marlocom_dev", false, true},
-    {"SoftReset", [](auto& h) { return h.marloSoftReset(), 0; }, 0xc0205609, 0, 0,
-     "E \t***** Marlo soft reset failed *****\t", "marlocom_dev", false, true},
-    {"TwmExit", [](auto& h) { return h.marloTWMexit(), 0; }, 0xc0205609, 1, 0,
-     "E Send TWM_EXIT flag failed", "marlocom_dev", false, true},
-    {"Load", [](auto& h) { return h.marloLoad(); }, 0xc0205609, 3, 0,
-     "E Send MARLO_LOAD flag failed", "marlo_com_dev", true, true},
-    {"Unload", [](auto& h) { return h.marloUnload(), 0; }, 0xc0205609, 4, 0,
-     "E Send MARLO_UNLOAD flag failed", "marlocom_dev", false, true},
-    {"SetBootMode", [](auto& h) { return h.set_marlo_boot_mode(FLASH); }, 0xc0205609, 5, 1,
-     "E Send SET_BOOT_MODE ioctl failed", "marlo_com_dev", true, false},
-    {"GetBootMode", [](auto& h) { return h.get_marlo_boot_mode(); }, 0xc0205609, 6, 0,
-     "E Send GET_BOOT_MODE ioctl failed", "marlo_com_dev", true, false},
-    {"SaveDump", [](auto& h) { return h.cmd_save_aon_dump(); }, 0xc0205609, 7, 0,
-     "E Send SEND_BOOT_CMD ioctl failed", "kz_com_dev", true, false},
-    {"BootStatus", [](auto& h) { return h.set_marlo_boot_status(2); }, 0xc0205609, 8, 2,
-     "E Send BOOT_STATUS ioctl failed", "marlo_com_dev", true, false},
+constexpr uint32_t kBoot = 0xc0205609;
+
+const Command kCommands[] = {
+    {[](auto& h) { return h.marlocomSpiBusy(), 0; }, 0x80205604, 0, 0, "E SPI busy failed"},
+    {[](auto& h) { return h.marlocomSpiFree(), 0; }, 0x80205603, 0, 0, "E SPI free failed"},
+    {[](auto& h) { return h.marloReset(), 0; }, 0xc0205605, 20, 0,
+     "D \t***** Marlo reset failed *****\t"},
+    {[](auto& h) { return h.marloSoftReset(), 0; }, kBoot, 0, 0,
+     "E \t***** Marlo soft reset failed *****\t"},
+    {[](auto& h) { return h.marloTWMexit(), 0; }, kBoot, 1, 0, "E Send TWM_EXIT flag failed"},
+    {[](auto& h) { return h.marloLoad(); }, kBoot, 3, 0, "E Send MARLO_LOAD flag failed",
+     "marlo_com", true, true},
+    {[](auto& h) { return h.marloUnload(), 0; }, kBoot, 4, 0, "E Send MARLO_UNLOAD flag failed"},
+    {[](auto& h) { return h.set_marlo_boot_mode(FLASH); }, kBoot, 5, 1,
+     "E Send SET_BOOT_MODE ioctl failed", "marlo_com", true, false},
+    {[](auto& h) { return h.get_marlo_boot_mode(); }, kBoot, 6, 0,
+     "E Send GET_BOOT_MODE ioctl failed", "marlo_com", true, false},
+    {[](auto& h) { return h.cmd_save_aon_dump(); }, kBoot, 7, 0,
+     "E Send SEND_BOOT_CMD ioctl failed", "kz_com", true, false},
+    {[](auto& h) { return h.set_marlo_boot_status(2); }, kBoot, 8, 2,
+     "E Send BOOT_STATUS ioctl failed", "marlo_com", true, false},
 };
 
-class Command : public ComHandler, public testing::WithParamInterface<CommandRow> {};
+TEST_F(ComHandler, EachCommandSendsItsWordsAndReportsFailure) {
+    for (const Command& command : kCommands) {
+        SCOPED_TRACE(command.failure);
+        scripted::reset_platform();
+        platform().device(kDevice);
+        int answer = 0;
+        marlo_com_ioctl_req seen{};
+        unsigned long request_seen = 0;
+        platform().on_ioctl([&](unsigned long request, uint32_t* words) {
+            request_seen = request;
+            memcpy(&seen, words, sizeof(seen));
+            return answer;
+        });
+        EXPECT_EQ(command.call(handler_), 0);
+        EXPECT_EQ(request_seen, command.request);
+        EXPECT_EQ(seen.cmd, command.cmd);
+        EXPECT_THAT(seen.reserved, ElementsAre(0, 0, 0, 0));
+        EXPECT_EQ(seen.reply_buffer, 0u);
+        if (command.cmd != 20) {
+            EXPECT_EQ(seen.value, command.value);
+            EXPECT_EQ(seen.count, 0u);
+        }
+        EXPECT_THAT(platform().log(), IsEmpty());
 
-TEST_P(Command, SendsItsWordsAndReportsFailure) {
-    const CommandRow& row = GetParam();
-    int answer = 0;
-    marlo_com_ioctl_req seen{};
-    unsigned long request_seen = 0;
-    platform().on_ioctl([&](unsigned long request, uint32_t* words) {
-        request_seen = request;
-        memcpy(&seen, words, sizeof(seen));
-        return answer;
-    });
-    EXPECT_EQ(row.call(handler_), 0);
-    EXPECT_EQ(request_seen, row.request);
-    EXPECT_EQ(seen.cmd, row.cmd);
-    EXPECT_THAT(seen.reserved, ElementsAre(0, 0, 0, 0));
-    EXPECT_EQ(seen.reply_buffer, 0u);
-    if (row.cmd != 20) {
-        EXPECT_EQ(seen.value, row.value);
-        EXPECT_EQ(seen.count, 0u);
+        answer = -EIO;
+        EXPECT_EQ(command.call(handler_), command.has_result ? -1 : 0);
+        EXPECT_THAT(platform().log(), ElementsAre(command.failure));
+        answer = 2;
+        EXPECT_EQ(command.call(handler_), command.has_result ? 2 : 0);
+        EXPECT_THAT(platform().log(), SizeIs(command.positive_is_failure ? 2 : 1));
+        EXPECT_EQ(platform().open_descriptors(), 0);
     }
-    EXPECT_THAT(platform().log(), IsEmpty());
-
-    answer = -EIO;
-    EXPECT_EQ(row.call(handler_), row.has_result ? -1 : 0);
-    EXPECT_THAT(platform().log(), ElementsAre(row.failure));
-    answer = 2;
-    EXPECT_EQ(row.call(handler_), row.has_result ? 2 : 0);
-    EXPECT_THAT(platform().log(), SizeIs(row.positive_is_failure ? 2 : 1));
 }
 
-TEST_P(Command, NamesTheDeviceThatCannotBeOpened) {
-    platform().fail_opens(kDevice, {ENOENT});
-    EXPECT_EQ(GetParam().call(handler_), GetParam().has_result ? -1 : 0);
-    EXPECT_THAT(platform().log(),
-                ElementsAre("E Failed to open the marlocom_dev",
-                            std::string("E Cannot open ") + GetParam().device + " node fd =-1\n"));
-    EXPECT_THAT(platform().transcript({"sleep"}), IsEmpty());
+TEST_F(ComHandler, EachCommandNamesTheDeviceThatCannotBeOpened) {
+    for (const Command& command : kCommands) {
+        SCOPED_TRACE(command.failure);
+        scripted::reset_platform();
+        platform().fail_opens(kDevice, {ENOENT});
+        EXPECT_EQ(command.call(handler_), command.has_result ? -1 : 0);
+        EXPECT_THAT(platform().log(), ElementsAre("E Failed to open the marlocom_dev",
+                                                  std::string("E Cannot open ") + command.device +
+                                                      "_dev node fd =-1\n"));
+        EXPECT_THAT(platform().transcript({"sleep"}), IsEmpty());
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(ControlDevice, Command, testing::ValuesIn(kCommands),
-                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(ComHandler, ResetPointsTheDriverAtItsDataWord) {
     uint32_t data = 0;
@@ -133,6 +134,7 @@ TEST_F(ComHandler, ResetPointsTheDriverAtItsDataWord) {
                 ElementsAre("ioctl 0xc0205605 cmd 20 value 0 = 0",
                             "E No memory below 4 GiB for the reset's data word: "
                             "Cannot allocate memory"));
+    EXPECT_EQ(handler_.get_current_aon_fw_version(), nullptr);
 }
 
 TEST_F(ComHandler, BusyDeviceIsTriedFifteenTimes) {
@@ -199,11 +201,6 @@ TEST_F(ComHandler, VersionIsZeroFilledWhenNothingWasAnswered) {
     platform().on_ioctl([](unsigned long, uint32_t*) { return 1; });
     EXPECT_NE(handler_.get_current_aon_fw_version(), nullptr);
     EXPECT_EQ(platform().count("I KAPI Ver: 0.0.0\n"), 2u);
-}
-
-TEST_F(ComHandler, VersionIsNullWithoutMemoryThatTheDriverCanReach) {
-    platform().no_low_memory(true);
-    EXPECT_EQ(handler_.get_current_aon_fw_version(), nullptr);
 }
 
 }  // namespace

@@ -151,6 +151,7 @@ TEST_F(MiscData, WithoutAnAnswerRecordNothingIsRead) {
     EXPECT_EQ(updater_.prepare_send_data_buffer(1, more, nullptr), 20);
     script_.results = {16, -5};
     EXPECT_EQ(updater_.prepare_send_data_buffer(1, more, nullptr), -1);
+    EXPECT_EQ(logged(" 1 Buffer with payload size :4080 "), 2U);
     EXPECT_EQ(logged("Last buffer with payload size :2 "), 1U);
     EXPECT_EQ(logged("MAX_PAYLOAD_SIZE"), 0U);
     recording_.take();

@@ -24,15 +24,11 @@ class SpecialOperations : public UpdaterTest {
         image("./partition_1.bin", "ABCDEFGH");
         start();
     }
-    // A state answer with code 0, after a download was begun or not.
-    void state(const std::vector<uint32_t>& words) {
+    // A state answer with code 0, and what is done after it was reported.
+    void expect_after(const std::vector<uint32_t>& words, Lines lines) {
         std::vector<uint32_t> all = {1, 0, 0xEEEE};
         all.insert(all.end(), words.begin(), words.end());
         receive(14, all);
-    }
-    // A state answer, and what is done after it was reported.
-    void expect_after(const std::vector<uint32_t>& words, Lines lines) {
-        state(words);
         lines.insert(lines.begin(), kAnswered + "0");
         expect(lines);
     }

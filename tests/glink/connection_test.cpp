@@ -81,14 +81,4 @@ TEST_F(Connection, ReaderEndsWhenTheWakeUpCannotBeWritten) {
     EXPECT_EQ(platform().count("GLINK thread exit"), 1u);
 }
 
-TEST_F(Connection, LaterCallbacksReplaceEarlierOnes) {
-    Bytes second;
-    transport_->register_cb(
-        [&second](uint8_t* data, uint32_t length) { second.assign(data, data + length); }, nullptr);
-    EXPECT_EQ(connect(), 0);
-    arrives(Bytes(16, 7));
-    EXPECT_THAT(packets(), IsEmpty());
-    EXPECT_EQ(second.size(), 44u);
-}
-
 }  // namespace

@@ -1,20 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <numeric>
+
 #include "tests/allocation_limit.h"
 #include "tests/glink/channel_fixture.h"
 #include "wire/little_endian.h"
 
 using scripted::platform;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 namespace {
 
 // `size` bytes 1, 2, 3 ..., with a length field at `offset`.
 scripted::Bytes packet_of(size_t size, size_t offset, uint32_t length) {
     scripted::Bytes packet(size);
-    for (size_t index = 0; index < size; ++index) {
-        packet[index] = static_cast<uint8_t>(index + 1);
-    }
+    std::iota(packet.begin(), packet.end(), uint8_t{1});
     wire::put_word_at(packet, offset, length);
     return packet;
 }
@@ -29,19 +31,31 @@ scripted::Bytes slice(const scripted::Bytes& bytes, size_t from, size_t to) {
             bytes.begin() + static_cast<ptrdiff_t>(to)};
 }
 
-class DfuFraming : public ChannelTest {};
-
-class RmaFraming : public ChannelTest {
+class Framing : public ChannelTest {
   protected:
-    RmaFraming() : ChannelTest("glink_pkt_marlo_rma", 40) {}
+    using ChannelTest::ChannelTest;
+    // The packet in several reads, cut at these places.
+    void arrive(const Bytes& packet, std::vector<size_t> cuts) {
+        cuts.push_back(packet.size());
+        size_t from = 0;
+        for (const size_t to : cuts) {
+            arrives(slice(packet, from, to));
+            from = to;
+        }
+    }
 };
 
-class NoFraming : public ChannelTest {
+class RmaFraming : public Framing {
   protected:
-    NoFraming() : ChannelTest("glink_pkt_marlo_custom_data", 44) {}
+    RmaFraming() : Framing("glink_pkt_marlo_rma", 40) {}
 };
 
-TEST_F(DfuFraming, SixteenBytesAreCompleteAndTheBufferIsDeliveredWhole) {
+class NoFraming : public Framing {
+  protected:
+    NoFraming() : Framing("glink_pkt_marlo_custom_data", 44) {}
+};
+
+TEST_F(Framing, SixteenBytesAreCompleteAndTheBufferIsDeliveredWhole) {
     connect();
     const Bytes packet = packet_of(16, 8, 400);  // too short for the length field to count
     arrives(packet);
@@ -49,29 +63,21 @@ TEST_F(DfuFraming, SixteenBytesAreCompleteAndTheBufferIsDeliveredWhole) {
     EXPECT_EQ(platform().count("GLINK_int pkt size to be read = 0"), 1u);
 }
 
-TEST_F(DfuFraming, FromSeventeenBytesTheLengthFieldRules) {
+TEST_F(Framing, FromSeventeenBytesTheLengthFieldRules) {
     connect();
     const Bytes whole = packet_of(44, 8, 44);
     arrives(whole);
     const Bytes split = packet_of(20, 8, 20);
-    arrives(slice(split, 0, 17));
-    arrives(slice(split, 17, 20));
+    arrive(split, {17});
     const Bytes longer_than_it_says = packet_of(28, 8, 20);
     arrives(longer_than_it_says);
-    EXPECT_THAT(packets(), ElementsAre(whole, split, slice(longer_than_it_says, 0, 20)));
-}
-
-TEST_F(DfuFraming, LongPacketIsReadToItsEnd) {
-    connect();
-    const Bytes packet = packet_of(100, 8, 100);
-    arrives(slice(packet, 0, 44));
-    arrives(slice(packet, 44, 45));
-    arrives(slice(packet, 45, 100));
-    EXPECT_THAT(packets(), ElementsAre(packet));
+    const Bytes long_one = packet_of(100, 8, 100);
+    arrive(long_one, {44, 45});
+    EXPECT_THAT(packets(), ElementsAre(whole, split, slice(longer_than_it_says, 0, 20), long_one));
     EXPECT_EQ(platform().count("GLINK_int complete read bytes = 100"), 1u);
 }
 
-TEST_F(DfuFraming, LengthZeroLeavesNothingToDeliver) {
+TEST_F(Framing, LengthZeroLeavesNothingToDeliver) {
     connect();
     arrives(packet_of(20, 8, 0));
     EXPECT_THAT(packets(), IsEmpty());
@@ -80,38 +86,25 @@ TEST_F(DfuFraming, LengthZeroLeavesNothingToDeliver) {
     EXPECT_EQ(platform().count("triggered event callback, got value -1"), 1u);
 }
 
-TEST_F(DfuFraming, LengthAboveSixteenMebibytesIsAFailedRead) {
+TEST_F(Framing, PacketThatIsTooLongOrEndsTooSoonIsAFailedRead) {
+    const AllocationLimit limit(1024 * 1024);
     connect();
     for (const uint32_t length : {0x01000001u, 0x80000000u, 0xFFFFFFFFu}) {
         arrives(packet_of(20, 8, length));
     }
-    EXPECT_THAT(packets(), IsEmpty());
-    EXPECT_THAT(errors(), ElementsAre(GLINK_IO_ERROR, GLINK_IO_ERROR, GLINK_IO_ERROR));
-    EXPECT_EQ(platform().count("GLINK_int read failed with errno = 90"), 3u);  // EMSGSIZE
-}
-
-TEST_F(DfuFraming, PacketThatMemoryHasNoRoomForIsAFailedRead) {
-    const AllocationLimit limit(1024 * 1024);
-    connect();
-    arrives(packet_of(20, 8, 0x01000000));
-    EXPECT_THAT(packets(), IsEmpty());
-    EXPECT_THAT(errors(), ElementsAre(GLINK_IO_ERROR));
-    EXPECT_EQ(platform().count("GLINK_int read failed with errno = 12"), 1u);  // ENOMEM
-}
-
-TEST_F(DfuFraming, PacketThatEndsTooSoonIsAFailedRead) {
-    connect();
-    const Bytes packet = packet_of(20, 8, 400);
-    arrives(packet);
+    arrives(packet_of(20, 8, 0x01000000));  // no memory for it
+    arrives(packet_of(20, 8, 400));
     for (int read = 0; read < 3; ++read) {
         arrives({});
     }
     EXPECT_THAT(packets(), IsEmpty());
-    EXPECT_THAT(errors(), ElementsAre(GLINK_IO_ERROR));
+    EXPECT_THAT(errors(), testing::AllOf(SizeIs(5), Each(GLINK_IO_ERROR)));
+    EXPECT_EQ(platform().count("GLINK_int read failed with errno = 90"), 3u);  // EMSGSIZE
+    EXPECT_EQ(platform().count("GLINK_int read failed with errno = 12"), 1u);  // ENOMEM
     EXPECT_EQ(platform().count("GLINK_int read failed with errno = 5"), 1u);
 }
 
-TEST_F(DfuFraming, ReaderThatWaitsForTheRestOfAPacketCanBeEnded) {
+TEST_F(Framing, ReaderThatWaitsForTheRestOfAPacketCanBeEnded) {
     connect();
     arrives(packet_of(20, 8, 400));
     EXPECT_THAT(packets(), IsEmpty());
@@ -125,8 +118,7 @@ TEST_F(RmaFraming, LengthStandsAtOffsetFourFromThirteenBytesOn) {
     const Bytes header_alone = packet_of(12, 4, 12);
     arrives(header_alone);
     const Bytes split = packet_of(60, 4, 60);
-    arrives(slice(split, 0, 13));
-    arrives(slice(split, 13, 60));
+    arrive(split, {13});
     EXPECT_THAT(packets(), ElementsAre(padded(header_alone, 40), split));
 }
 

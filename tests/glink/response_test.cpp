@@ -61,7 +61,6 @@ TEST_F(Response, EmptyReadsEndWithTheResponseTime) {
     for (int read = 0; read < 1000; ++read) {
         arrives({});
     }
-
     EXPECT_EQ(read_response(), -1);
     EXPECT_EQ(platform().now_ns(), 2'000'000'000);
     EXPECT_EQ(platform().count("read_response: Zero length packet received"), 401u);
