@@ -66,18 +66,6 @@ TEST_F(RmaChannel, TheNextPowerUpIsServedByOneReader) {
     EXPECT_THAT(answers(), ElementsAre("1: 5 0 7 3 4096 4096", "3: 7 5 7 0"));
 }
 
-TEST_F(RmaChannel, AChannelThatIsNotThereIsGivenUp) {
-    platform().fail_opens(kDevice, {ENODEV, ENODEV, ENODEV});
-    marlo_rma rma;
-    rma.startMarloRmaConnection();
-    EXPECT_EQ(platform().now_ns(), 3'000'000'000);
-    EXPECT_EQ(platform().count("destructor"), 1u);
-    EXPECT_EQ(rma.send_aon_request(rma::DISCONNECT_RESPONSE, nullptr, 0), 0);
-    rma.startMarloRmaConnection();
-    arrives(message(rma::DISCONNECT));
-    EXPECT_THAT(answers(), ElementsAre("3: 0 0 0 0"));
-}
-
 // For ThreadSanitizer and AddressSanitizer: connections are started anew while requests arrive, and
 // the service goes while it answers.
 TEST_F(RmaChannel, AStartMayMeetRequests) {
