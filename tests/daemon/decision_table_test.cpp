@@ -64,6 +64,11 @@ class DecisionTable : public DaemonTest {
         platform().file("/vendor/bt_firmware/image/mrnv20.bin", "de");
     }
 
+    Lines version() const {
+        return {"query version", "I KAPI Ver: 0.0.0\n", "I apps_tbx7700: " + apps_version_ + "\n",
+                "I dsp_tbx7700: \n", "I bt_tbx7700: \n"};
+    }
+
     // The version query fails for as long as it is tried.
     static Lines no_version() {
         Lines lines;
@@ -89,10 +94,6 @@ class DecisionTable : public DaemonTest {
         "E registerMarloSSREvent: called\n",
         "I Start Marlo loader\n",
         "I AON present and supported platform subtype: 0\n",
-    };
-    const Lines version_ = {
-        "query version",     "I KAPI Ver: 0.0.0\n", "I apps_tbx7700: APPS.2-full\n",
-        "I dsp_tbx7700: \n", "I bt_tbx7700: \n",
     };
     const Lines load_ = {
         "D marlofw state: offline\n", "SPI busy", "load", "sleep 1",
@@ -137,10 +138,6 @@ class DecisionTable : public DaemonTest {
     };
     const Lines start_rma_ = {"D starting rma connection", "open rma"};
     const Lines no_flash_ = {"I found NOFLASH_PSRAM AON, do misc_data_fW_update"};
-    const Lines no_flash_version_ = {
-        "query version",     "I KAPI Ver: 0.0.0\n", "I apps_tbx7700: APPS.2 NOFLASH_PSRAM\n",
-        "I dsp_tbx7700: \n", "I bt_tbx7700: \n",
-    };
     const Lines host_boot_ = {"get mode", "I  Marlo is in HOST Mode!\n", "notify 0", "notify 4"};
     const Lines flash_boot_ = {"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1",
                                "notify 4"};
@@ -157,7 +154,7 @@ TEST_F(DecisionTable, HostBootIsAccepted) {
     expect_course({host_boot_,
                    load_,
                    {"get mode", "set vendor.marlo.boot_complete=1"},
-                   version_,
+                   version(),
                    host_complete_,
                    {"sleep 1"}});
     EXPECT_EQ(g_daemon_state, DAEMON_INITIALISED);
@@ -170,7 +167,7 @@ TEST_F(DecisionTable, HostBootWithoutFlashIsGivenItsMiscData) {
     expect_course({host_boot_,
                    load_,
                    {"get mode", "set vendor.marlo.boot_complete=1"},
-                   no_flash_version_,
+                   version(),
                    host_complete_,
                    no_flash_,
                    push_misc_data_,
@@ -189,20 +186,11 @@ TEST_F(DecisionTable, HostBootWithoutFlashThatHasItsMiscData) {
     expect_course({host_boot_,
                    load_,
                    {"get mode", "set vendor.marlo.boot_complete=1"},
-                   no_flash_version_,
+                   version(),
                    host_complete_,
                    no_flash_,
                    start_rma_,
                    {"sleep 1"}});
-}
-
-TEST_F(DecisionTable, HostBootThatIsRunningAlreadyIsNotLoaded) {
-    boot_mode_ = HOST;
-    set_running(true);
-    start_until_sleep(1);
-    EXPECT_THAT(actions(), ElementsAre("get mode", "notify 0", "notify 4", "get mode",
-                                       "set vendor.marlo.boot_complete=1", "query version",
-                                       "notify 0", "boot status 1", "sleep 1"));
 }
 
 TEST_F(DecisionTable, HostBootWithoutAVersion) {
@@ -233,7 +221,7 @@ TEST_F(DecisionTable, FlashBootWithMatchingVersions) {
     expect_course({flash_boot_,
                    load_,
                    {"get mode = 1", "set vendor.marlo.boot_complete=1"},
-                   version_,
+                   version(),
                    {"E Marlo boot complete in FLASH Mode!", "notify 1", "I do fw_version_check",
                     "boot status 1", "notify 4", "sleep 1"}});
 }
@@ -246,7 +234,7 @@ TEST_F(DecisionTable, FlashBootWithDifferentVersions) {
     expect_course(
         {flash_boot_,
          {"D marlofw state: running\n", "get mode = 1", "set vendor.marlo.boot_complete=1"},
-         version_,
+         version(),
          {"E Marlo boot complete in FLASH Mode!", "notify 1", "I do fw_version_check",
           "D Version mis-match, switch2HOST, do fW_update", "notify 2"},
          switch_to_host_,
@@ -327,14 +315,19 @@ TEST_F(DecisionTable, FinishedDownloadSwitchesToFlash) {
                      "notify 1", "set vendor.marlo.boot_complete=1", "SPI free", "boot status 1"}});
 }
 
+// Both the load and the state must be right.
 TEST_F(DecisionTable, SwitchIsGivenUpWithoutAWordAfterThreeAttempts) {
-    const Lines attempt = {"soft reset", "load = -5", "E Send MARLO_LOAD flag failed", "sleep 1",
-                           "sleep 1"};
+    const Lines not_loaded = {"soft reset", "load = -5", "E Send MARLO_LOAD flag failed", "sleep 1",
+                              "sleep 1"};
+    const Lines not_running = {"soft reset", "load", "sleep 1", "D marlofw state: offline\n",
+                               "sleep 1"};
     start_until_sleep(2);
     skip_course();
-    loads_to_fail_ = 3;
+    loads_to_fail_ = 2;
+    stays_offline_ = true;
     daemon_->changeBootmode(FLASH);
-    expect_further({{"set mode 1", "unload", "SPI busy"}, attempt, attempt, attempt, {"SPI free"}});
+    expect_further(
+        {{"set mode 1", "unload", "SPI busy"}, not_loaded, not_loaded, not_running, {"SPI free"}});
 }
 
 TEST_F(DecisionTable, DownloadBeginsThoughTheSwitchToHostWasGivenUp) {
@@ -358,16 +351,6 @@ TEST_F(DecisionTable, SwitchMaySucceedAtTheThirdAttempt) {
     daemon_->changeBootmode(HOST);
     EXPECT_EQ(actions().back(), "notify 0");
     EXPECT_EQ(platform().count("soft reset") + platform().count("0xc0205609 cmd 0 "), 1u + 3u);
-}
-
-TEST_F(DecisionTable, SwitchNeedsTheStateToBeRunningAsWell) {
-    const Lines attempt = {"soft reset", "load", "sleep 1", "D marlofw state: offline\n",
-                           "sleep 1"};
-    start_until_sleep(2);
-    skip_course();
-    stays_offline_ = true;
-    daemon_->changeBootmode(FLASH);
-    expect_further({{"set mode 1", "unload", "SPI busy"}, attempt, attempt, attempt, {"SPI free"}});
 }
 
 TEST_F(DecisionTable, ChannelThatCannotBeOpenedLeavesTheCoprocessorInHostMode) {
