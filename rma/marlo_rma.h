@@ -33,7 +33,8 @@ class marlo_rma {
 
     // --- Called by the transport (its reader thread; errors also on a sender's thread) ---
 
-    // One message, valid during the call. Beyond its end it reads as zeros.
+    // One message, valid during the call. Beyond its end it reads as zeros; a CONNECT that is not
+    // whole makes no file.
     void rma_conn_res_event_cb(const uint8_t* data, uint32_t size);
     // Deletes the transport when it could not be opened; anything else is only logged.
     void rma_conn_error_cb(glink_interface_error error);

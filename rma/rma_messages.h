@@ -38,8 +38,10 @@
 //   512 DATA_WRITE           co-p.  as DATA_READ, +32 the block
 //   513 DATA_WRITE response  host   as DATA_READ's up to the block size, +28 0 written, 1 not
 //
-// Reply rules. A CRC that does not match is no reason not to answer. The block of a DATA_READ
-// response is empty when the partition's file cannot be read; behind the file's end it is zeros.
+// Reply rules. A CRC that does not match is no reason not to answer. A CONNECT shorter than its 40
+// bytes is answered but makes no file: its partition size may be cut off, and a file of the wrong
+// size would stay, since one that exists is kept. The block of a DATA_READ response is empty when
+// the partition's file cannot be read; behind the file's end it is zeros.
 namespace rma {
 
 inline constexpr uint32_t kHeaderSize = 12;

@@ -55,7 +55,12 @@ void marlo_rma::handle_connect(Bytes message) {
     MARLO_LOG_FOR(kEventName, debug,
                   "memory_id received CONNECT %d,partition_sz_bytes %d, client_priv %d ",
                   shown(memory_id_), shown(request.partition_size), shown(client_private_));
-    prepare_partition(request.partition_size);
+    if (message.size() < rma::kConnectSize) {
+        MARLO_LOG_FOR(kEventName, error, "no partition is made for a CONNECT of %zu bytes",
+                      message.size());
+    } else {
+        prepare_partition(request.partition_size);
+    }
     // Answered in any case: without its file the partition reads as empty and takes no writes.
     send_aon_request(rma::CONNECT_RESPONSE, rma::connect_response(client_private_, memory_id_), {});
 }

@@ -114,9 +114,14 @@ TEST_F(RmaTest, WhatIsNoRequestIsNotAnswered) {
     EXPECT_THAT(files(), ElementsAre());
 }
 
-TEST_F(RmaTest, AShortRequestIsFilledUpWithZeros) {
-    EXPECT_EQ(answer_to(message(rma::CONNECT, {5, 7})), "1: 0 0 7 3 4096 4096");
-    EXPECT_THAT(files(), ElementsAre("/data/vendor/aon/707"));
+TEST_F(RmaTest, AShortRequestIsFilledUpWithZerosAndMakesNoPartition) {
+    for (size_t size = 20; size < 40; ++size) {
+        Bytes cut = message(rma::CONNECT, {5, 7, 0, 16, 0, 0, 0});
+        cut.resize(size);
+        EXPECT_EQ(answer_to(cut), "1: 0 0 7 3 4096 4096") << size;
+    }
+    EXPECT_EQ(log_lines().end()[-2], "E event: no partition is made for a CONNECT of 39 bytes");
+    EXPECT_THAT(files(), ElementsAre());
     EXPECT_EQ(answer_to(message(rma::DATA_READ)), "257: 0 0 0 0 0");
     EXPECT_EQ(answer_to(message(rma::DATA_WRITE)), "513: 0 0 0 0 1");
     EXPECT_EQ(answer_to(message(rma::DISCONNECT)), "3: 7 0 0 0");
