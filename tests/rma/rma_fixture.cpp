@@ -20,7 +20,6 @@ class RecordingTransport : public glink_interface {
     ~RecordingTransport() override { platform().remark("delete"); }
 
     int register_cb(glink_data_callback, glink_error_callback err_cb) override {
-        platform().remark("register");
         error_cb_ = std::move(err_cb);
         return 0;
     }

@@ -31,7 +31,7 @@ std::string answer_text(const Bytes& answer);
 Lines log_lines();
 
 // What happens to the transports of a test goes into the platform's transcript: "make NAME SIZE",
-// "register", "connect with reader", "send ANSWER", "disconnect", "delete".
+// "connect with reader", "send ANSWER", "disconnect", "delete".
 struct TransportScript {
     bool opens = true;
     std::optional<int> send_result;  // the byte count unless set

@@ -67,24 +67,3 @@ TEST(RmaMessages, ShortOnesReadAsZeroBeyondTheirEnd) {
     EXPECT_EQ(rma::connect_crc({whole.data(), 3}), 0U);
     EXPECT_EQ(rma::connect_crc({whole.data(), 4}), 0U);
 }
-
-TEST(RmaMessages, ABlockIsInsideItsMessageOrIsNone) {
-    const Bytes whole(40, 1);
-    struct Case {
-        size_t message;
-        uint32_t size;
-        bool is_inside;
-    };
-    for (const Case& c : {Case{40, 8, true},
-                          {40, 9, false},
-                          {40, 0, true},
-                          {32, 0, true},
-                          {32, 1, false},
-                          {31, 0, false},
-                          {12, 0, false},
-                          {40, 0xFFFFFFFF, false},
-                          {40, 0xFFFFFFE8, false}}) {
-        EXPECT_EQ(rma::block_to_write({whole.data(), c.message}, c.size).has_value(), c.is_inside)
-            << c.message << " " << c.size;
-    }
-}
