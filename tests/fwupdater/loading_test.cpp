@@ -48,16 +48,6 @@ TEST_F(Loading, PartitionsThenFixedImages) {
                                    {0xFFFFFFFFU, 0U}}) {
         expect_size(id, size);
     }
-    EXPECT_EQ(scripted::platform().transcript({"open "}),
-              (Lines{"open /vendor/firmware_mnt/image/./partition_table.xml = 3",
-                     "open /vendor/firmware_mnt/image//eight.bin = 3",
-                     "open /vendor/firmware_mnt/image//eight.bin = 3",
-                     "open /vendor/firmware_mnt/image/missing.bin = -1 2",
-                     "open /vendor/firmware_mnt/image/./flash.bin = 3",
-                     "open /sys/devices/soc0/hw_platform = -1 2",
-                     "open /sys/devices/soc0/platform_subtype_id = -1 2",
-                     "open /sys/kernel/dload/dload_mode = -1 2",
-                     "open /vendor/firmware_mnt/image/./partition_1.bin = 3"}));
     EXPECT_EQ(logged("firmware seven resource Size : 8"), 2U);
     EXPECT_EQ(logged("firmware flash.bin resource Size : 5"), 1U);
     EXPECT_EQ(logged("File open failed : /vendor/firmware_mnt/image/missing.bin"), 1U);
@@ -69,16 +59,15 @@ TEST_F(Loading, IncompleteDocuments) {
     EXPECT_EQ(load(), 0U);
     image("./partition_table.xml", "not XML");
     EXPECT_EQ(load(), 0U);
-    EXPECT_EQ(logged("E parsePartitionAndSaveFw:"), 2U);
     EXPECT_EQ(logged("XML Config File Not Opened"), 2U);
     image("./partition_table.xml", "<t/>");
     EXPECT_EQ(load(), 0U);
     EXPECT_EQ(logged("bank_1_node is NULL"), 1U);
     EXPECT_FALSE(updater_.checkForFlashbin());
-    for (const char* rootless : {"<!---->", "<t><Bank_1/></t>"}) {
-        image("./partition_table.xml", rootless);
-        EXPECT_EQ(load(), 1U) << rootless;
-        EXPECT_TRUE(updater_.checkForFlashbin()) << rootless;
+    for (const char* without_table : {"<!---->", "<t><Bank_1/></t>"}) {
+        image("./partition_table.xml", without_table);
+        EXPECT_EQ(load(), 1U) << without_table;
+        EXPECT_TRUE(updater_.checkForFlashbin()) << without_table;
         updater_.truncateFwResources();
     }
 }
@@ -92,26 +81,22 @@ TEST_F(Loading, FlashImageIsTheFirstWithItsId) {
 }
 
 TEST_F(Loading, WhatIsNoReadableRegularFileIsEmpty) {
+    const std::string good = std::string(kImages) + "good";
     image("good", std::string(100'000, 'g'));
+    scripted::platform().script_read(good, scripted::failure(EINTR));
+    scripted::platform().script_read(good, {Bytes(3, 'g')});
     EXPECT_EQ(updater_.readFile("good"), Bytes(100'000, 'g'));
-    scripted::platform().script_read(std::string(kImages) + "good", scripted::failure(EINTR));
-    scripted::platform().script_read(std::string(kImages) + "good", {Bytes(3, 'g')});
-    EXPECT_EQ(updater_.readFile("good").size(), 100'000U);
+    image("odd", "content");
     for (const int mode : {S_IFDIR, S_IFIFO, S_IFCHR}) {
-        image("odd", "content");
         scripted::platform().file_mode(std::string(kImages) + "odd",
                                        static_cast<unsigned>(mode) | 0644U);
         EXPECT_TRUE(updater_.readFile("odd").empty()) << mode;
     }
-    scripted::platform().script_read(std::string(kImages) + "good", scripted::failure(EIO));
+    scripted::platform().script_read(good, scripted::failure(EIO));
     EXPECT_TRUE(updater_.readFile("good").empty());
-    {
-        const AllocationLimit limit(99'999);
-        EXPECT_TRUE(updater_.readFile("good").empty());
-    }
-    EXPECT_EQ(logged("no memory for the 100000 bytes of /vendor/firmware_mnt/image/good"), 1U);
-    EXPECT_TRUE(updater_.readFile("missing").empty());
+    const AllocationLimit limit(99'999);
+    EXPECT_TRUE(updater_.readFile("good").empty());
+    EXPECT_EQ(logged("no memory for the 100000 bytes of " + good), 1U);
     EXPECT_EQ(logged("File open failed : /vendor/firmware_mnt/image/odd"), 3U);
-    EXPECT_EQ(logged("E readFile:"), 6U);
     EXPECT_EQ(scripted::platform().open_descriptors(), 0);
 }

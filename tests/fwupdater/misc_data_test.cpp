@@ -10,9 +10,9 @@ using scripted::platform;
 
 namespace {
 
-Lines load(const std::map<std::string, Offload_Type>& table = misc_file_types) {
+Lines load() {
     Lines lines;
-    for (const auto& resource : load_misc_resources(table)) {
+    for (const auto& resource : load_misc_resources(misc_file_types)) {
         lines.push_back(std::to_string(resource->index) + " type " +
                         std::to_string(resource->type) + " " + resource->path + " " +
                         std::to_string(resource->size) + " " +
@@ -25,22 +25,19 @@ Lines load(const std::map<std::string, Offload_Type>& table = misc_file_types) {
 
 TEST_F(MiscData, FilesAreLoadedInTheOrderOfTheirPaths) {
     platform().file(kSettings, "set");
-    EXPECT_EQ(load(), (Lines{std::string("0 type 1 ") + kSettings + " 3 set"}));
+    const std::string settings = std::string(" type 1 ") + kSettings + " 3 set";
+    EXPECT_EQ(load(), Lines{"0" + settings});
     EXPECT_EQ(logged(std::string("File open failed : ") + kFirmware), 1U);
     platform().file(kFirmware, "");
-    EXPECT_EQ(load(), (Lines{std::string("0 type 0 ") + kFirmware + " 0 ",
-                             std::string("1 type 1 ") + kSettings + " 3 set"}));
+    EXPECT_EQ(load(), (Lines{std::string("0 type 0 ") + kFirmware + " 0 ", "1" + settings}));
     platform().file(kFirmware, std::string(100'000, 'f'));
-    {
-        const AllocationLimit limit(99'999);
-        EXPECT_EQ(load(), (Lines{std::string("0 type 1 ") + kSettings + " 3 set"}));
-    }
+    const AllocationLimit limit(99'999);
+    EXPECT_EQ(load(), Lines{"0" + settings});
     EXPECT_EQ(logged("no memory for the 100000 bytes of"), 1U);
     EXPECT_EQ(logged("E loadAndSaveMiscFw:"), 2U);
     EXPECT_EQ(logged("marlo_misc_resource : 3"), 3U);
-    EXPECT_EQ(load({}), Lines{});
     EXPECT_EQ(logged(std::string(", readFile Path : ") + kSettings), 3U);
-    EXPECT_EQ(logged(", Get And Save Misc Fw Done."), 4U);
+    EXPECT_EQ(logged(", Get And Save Misc Fw Done."), 3U);
     EXPECT_EQ(platform().open_descriptors(), 0);
 }
 
@@ -78,7 +75,7 @@ TEST_F(MiscData, WholeTransfer) {
 
 TEST_F(MiscData, LoadingAppendsAndStartingBeginsAfresh) {
     begin("");
-    updater_.truncateMiscFwResources();
+    EXPECT_EQ(updater_.truncateMiscFwResources(), 0);
     expect_request({kFailed});  // nothing to send
     const std::string empty =
         attempt(1, {"send 0: 1 0 0", "send 2: 1 0 1", "send 4: 1 4 0 00000000"}, 0);
@@ -88,19 +85,6 @@ TEST_F(MiscData, LoadingAppendsAndStartingBeginsAfresh) {
     updater_.startMarloSHMUpdater(&recording_);  // the channel is open
     expect({kOpening});
     expect_request({empty, kFinish});
-    EXPECT_EQ(updater_.truncateMiscFwResources(), 0);
-    expect_request({kFailed});
-}
-
-TEST_F(MiscData, OnePacketWhereTheLimitIsLargeEnough) {
-    script_.usual_answer.limit = 4096;
-    const std::string data(100, 'x');
-    begin(data);
-    expect_request(
-        {attempt(1, {"send 0: 1 100 0", "send 2: 1 100 1 " + data, crc_packet(1, data)}, 0),
-         kFinish});
-    EXPECT_EQ(logged("Buffer with payload"), 0U);
-    EXPECT_EQ(logged("Last buffer"), 0U);
 }
 
 TEST_F(MiscData, NothingSentYetAnsweredPutsTheRestIntoOnePacket) {
@@ -110,6 +94,7 @@ TEST_F(MiscData, NothingSentYetAnsweredPutsTheRestIntoOnePacket) {
     expect_request(
         {attempt(1, {"send 0: 1 18 0", "send 2: 1 18 1 " + data, crc_packet(1, data)}, 0),
          kFinish});
+    EXPECT_EQ(logged("uffer with payload"), 0U);  // nothing is said of data in one packet
     script_.results = {16, 20, 0};
     expect_request({attempt(1,
                             {"send 0: 1 18 0", "send 1: 1 4 1 1234", "send 1: 1 4 2 5678",
@@ -119,13 +104,12 @@ TEST_F(MiscData, NothingSentYetAnsweredPutsTheRestIntoOnePacket) {
 }
 
 TEST_F(MiscData, TransportOfADownloadIsUsedAsItIs) {
-    Recording download;
-    updater_.startMarloDownloaderWithCallback(&download);
-    begin(digits_);
+    updater_.startMarloDownloaderWithCallback(&recording_);
+    platform().file(kSettings, digits_);
+    recording_.take();
+    updater_.startMarloSHMUpdater(&recording_);
+    expect({kOpening});
     expect_request({good_, kFinish});
-    updater_.endMarloSHMUpdater();
-    expect({"delete", kDone});
-    EXPECT_EQ(download.take(), Lines{});
 }
 
 TEST_F(MiscData, WithoutACallback) {
@@ -140,12 +124,9 @@ TEST_F(MiscData, WithoutACallback) {
 
 TEST_F(MiscData, WithoutAnAnswerRecordNothingIsRead) {
     begin("");
-    Bytes packet(16, 0);
     script_.usual_answer.error = EIO;
-    script_.results = {7};
-    EXPECT_EQ(updater_.send_data_to_aon(packet, nullptr), 7);
     const Bytes data(4081, 'x');  // one byte more than fits into 4096
-    script_.results = {16};
+    script_.results = {7};
     EXPECT_EQ(updater_.prepare_send_data_buffer(1, data, nullptr), 20);
     const Bytes more(4082, 'x');
     EXPECT_EQ(updater_.prepare_send_data_buffer(1, more, nullptr), 20);
@@ -158,27 +139,18 @@ TEST_F(MiscData, WithoutAnAnswerRecordNothingIsRead) {
 }
 
 TEST_F(MiscData, CallbackMayEndTheTransferAndThrowAtItsEnd) {
-    struct Ending : Recording {
-        marlo_fw_updater* updater = nullptr;
-        void handleSHMResponse(std::string message, Status status) override {
-            Recording::handleSHMResponse(message, status);
-            if (message.starts_with("Finished") && updater != nullptr) {
-                std::exchange(updater, nullptr)->endMarloSHMUpdater();
-            }
-            if (status == STATUS_ERASE_DONE) {
-                throw std::runtime_error("why");
-            }
-        }
-    } ending;
     platform().file(kFirmware, "A");
     begin("1234");
-    updater_.startMarloSHMUpdater(&ending);
-    ending.take();
-    ending.updater = &updater_;
-    updater_.marloMiscDataUpdateReq();
-    recording_.take();
-    EXPECT_EQ(in_lines(ending.take()), in_lines({kStarting, attempt(0, {}, 0), kDone, unsent(1),
-                                                 unsent(1), unsent(1), kFailed}));
+    recording_.on_report = [this](const std::string& line) {
+        if (line == kDone) {
+            throw std::runtime_error("why");
+        }
+        if (line.starts_with("misc info Finished transfer for type: 0")) {
+            updater_.endMarloSHMUpdater();
+        }
+    };
+    const std::string whole =
+        attempt(0, {"send 0: 0 1 0", "send 2: 0 1 1 A", crc_packet(0, "A")}, 0);
+    expect_request({whole, "delete", kDone, unsent(1), unsent(1), unsent(1), kFailed});
     EXPECT_EQ(logged(", FATAL: failed : why"), 1U);
-    EXPECT_EQ(logged("E endMarloSHMUpdater:"), 1U);
 }

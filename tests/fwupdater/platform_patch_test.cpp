@@ -76,23 +76,6 @@ TEST_F(PlatformPatch, FillsTheBlockOfLinkedImages) {
     EXPECT_EQ(logged("ELFCLASS64"), 1U);
 }
 
-TEST_F(PlatformPatch, PatchedImageIsServed) {
-    scripted::platform().file("/sys/devices/soc0/hw_platform", "WDP\n");
-    scripted::platform().file("/sys/devices/soc0/platform_subtype_id", "12\n");
-    scripted::platform().file("/sys/kernel/dload/dload_mode", "mini\n");
-    const Bytes elf = linked("second32");
-    const Bytes flash = around(elf);
-    table("", kElfOffset);
-    image("./flash.bin", {flash.begin(), flash.end()});
-    start();
-    const auto offset = static_cast<uint32_t>(kElfOffset + segment(elf, 1));
-    updater_.sendmarloImageOffsetRes(1, offset, 24);
-    const Lines steps = recording_.take();
-    EXPECT_THAT(steps.back(),
-                ::testing::EndsWith(" 24 01 00 00 00 24 00 00 00 ff ff ff ff ff ff ff ff 0c 00 00 "
-                                    "00 22 22 22 22"));
-}
-
 TEST_F(PlatformPatch, EveryMatchingSegmentIsFilledAndNoOther) {
     const Bytes twice = linked("twice32");
     Bytes expected = with_block(twice, segment(twice, 1));

@@ -59,16 +59,23 @@ void Recording::note(const std::string& line) {
     lines_.push_back(line);
 }
 
+void Recording::report(const std::string& line) {
+    note(line);
+    if (on_report) {
+        on_report(line);
+    }
+}
+
 Lines Recording::take() {
     const std::lock_guard lock(lock_);
     return std::exchange(lines_, {});
 }
 
 void Recording::handleDFUResponse(std::string message, Status status) {
-    note(std::string(kStatusNames[status]) + " " + message);
+    report(std::string(kStatusNames[status]) + " " + message);
 }
 void Recording::handleSHMResponse(std::string message, Status status) {
-    note(std::string("misc ") + kStatusNames[status] + " " + message);
+    report(std::string("misc ") + kStatusNames[status] + " " + message);
 }
 void Recording::onDFUStateRecived(DFUState state) {
     note("state " + std::to_string(static_cast<uint32_t>(state)));

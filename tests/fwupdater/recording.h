@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -40,7 +41,12 @@ class Recording : public marlo_fw_updater::Callback {
     void handleSHMResponse(std::string message, Status status) override;
     void onDFUStateRecived(DFUState state) override;
 
+    // What a test does as soon as something was reported.
+    std::function<void(const std::string& line)> on_report;
+
   private:
+    void report(const std::string& line);
+
     std::mutex lock_;  // the thread tests record from two threads
     Lines lines_;
     std::string property_;

@@ -20,19 +20,10 @@ wear_firmware_info_t record(std::string_view apps, std::string_view dsp, std::st
 class VersionCheck : public UpdaterTest {
   protected:
     int check(wear_firmware_info_t info) { return updater_.fw_version_check(&info); }
+    int no_flash(wear_firmware_info_t info) { return updater_.is_psram_noflash(&info); }
 };
 
 }  // namespace
-
-TEST(VersionLine, ValuesOfKnownForms) {
-    EXPECT_EQ(version_value(R"(  "apps_cochip": "TBX.7700-1",)"), "TBX.7700-1");
-    EXPECT_EQ(version_value(R"("apps_cochip": "a", "btfw_cochip": "b")"), "b");
-    EXPECT_EQ(version_value(R"("apps_cochip": "a&")"), "a");
-    EXPECT_EQ(version_value(R"("apps_cochip": "a&b")"), std::nullopt);
-    EXPECT_EQ(version_value(R"("apps_cochip": "")"), "");
-    EXPECT_EQ(version_value(R"("apps_cochip":"a")"), std::nullopt);
-    EXPECT_EQ(version_value(""), std::nullopt);
-}
 
 TEST(VersionLine, EqualsRegularExpressionOnRandomLines) {
     const std::regex expression(R"re("([^=]*)": "([^&]*)&?")re");
@@ -113,12 +104,9 @@ TEST_F(VersionCheck, ComparesInOrderAndSkipsEmptyTexts) {
 }
 
 TEST_F(VersionCheck, VariantIsNamedByTheAppsVersionAlone) {
-    wear_firmware_info_t flash = record("APPS", "NOFLASH_PSRAM", "NOFLASH_PSRAM");
-    EXPECT_EQ(updater_.is_psram_noflash(&flash), -1);
+    EXPECT_EQ(no_flash(record("APPS", "NOFLASH_PSRAM", "NOFLASH_PSRAM")), -1);
     // A text that fills its field has no NUL: what follows it does not belong to it.
-    wear_firmware_info_t cut = record(std::string(90, 'x') + "NOFLASH_PS", "RAM", "");
-    EXPECT_EQ(updater_.is_psram_noflash(&cut), -1);
-    wear_firmware_info_t psram = record("APPS.NOFLASH_PSRAM.1", "", "");
-    EXPECT_EQ(updater_.is_psram_noflash(&psram), 0);
+    EXPECT_EQ(no_flash(record(std::string(90, 'x') + "NOFLASH_PS", "RAM", "")), -1);
+    EXPECT_EQ(no_flash(record("APPS.NOFLASH_PSRAM.1", "", "")), 0);
     EXPECT_EQ(updater_.is_psram_noflash(nullptr), -1);
 }
