@@ -85,6 +85,7 @@ class marlo_glink : public glink_interface {
     int glink_write(int fd, const unsigned char* buf, unsigned int len);
     write_outcome write_with_retries(const unsigned char* buf, unsigned int len);
     int glink_poll(int fd);
+    bool readable_before(int64_t give_up_ns);
     int fill_response(unsigned char* buf, unsigned int len, int64_t give_up_ns);
     unsigned long long id() const;  // how log lines tell transports apart
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "daemon/marlo_deamon_log.h"
 #include "glink/marlo_glink.h"
@@ -247,10 +248,22 @@ int marlo_glink::read_response(unsigned char* buf, unsigned int len) {
     return glink_poll(_s_chnl_fd) == 0 ? fill_response(buf, len, give_up_ns) : -1;
 }
 
+// Whether there is something to read, a hang-up included, within the time that is left.
+bool marlo_glink::readable_before(int64_t give_up_ns) {
+    constexpr int64_t kNsPerMs = 1'000'000;
+    const int64_t left_ns = std::max<int64_t>(give_up_ns - android::elapsedRealtimeNano(), 0);
+    pollfd entry = {_s_chnl_fd, POLLIN | POLLHUP, 0};
+    return os::poll(&entry, 1, static_cast<int>(left_ns / kNsPerMs)) > 0;
+}
+
 // The -1 of an EAGAIN is counted like a byte count, in unsigned arithmetic: on the first read it
 // ends the response as complete.
 int marlo_glink::fill_response(unsigned char* buf, unsigned int len, int64_t give_up_ns) {
+    bool is_first = true;
     for (uint32_t received = 0; received < len;) {
+        if (!std::exchange(is_first, false) && !readable_before(give_up_ns)) {
+            return -1;
+        }
         const ssize_t count = os::read(_s_chnl_fd, buf + received, len - received);
         if (count < 0 && errno != EAGAIN) {
             MARLO_LOG_FOR(kResponseName, error, "%s: Read error: %s, rc %d", kResponseName,

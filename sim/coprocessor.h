@@ -112,6 +112,7 @@ class Coprocessor {
 
     const Status& status() const { return status_; }
     const FirmwareBundle& firmware() const { return firmware_; }
+    const Faults& faults() const { return faults_; }
     const std::vector<std::string>& failures() const;  // every failed check so far, in words
     // Compares the flash with the images byte for byte (flash.bin with the platform block patched
     // where it belongs). False: *why, if not null, names the first difference.

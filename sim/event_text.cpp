@@ -36,7 +36,8 @@ std::string describe_phase(const nlohmann::json& fields) {
 
 std::string describe_fault(const nlohmann::json& fields) {
     std::string text = "fault: " + fields.value("fault", "?");
-    if (fields.contains("value")) text += " " + fields.value("value", "");
+    if (fields.contains("occasion")) text += ", occasion " + fields["occasion"].dump();
+    if (fields.contains("value")) text += ", value " + fields.value("value", "");
     return text;
 }
 

@@ -72,16 +72,11 @@ constexpr FaultRow kTable[] = {
      "write request", &kMissingBytes, 1, Fault::kRmaBlockOutside},
 };
 
-const FaultRow& row_of(Fault fault) {
-    return *std::find_if(std::begin(kTable), std::end(kTable),
-                         [fault](const FaultRow& row) { return row.fault == fault; });
-}
-
 const FaultRow& row_of(std::string_view name) {
     for (const FaultRow& row : kTable) {
         if (row.name == name) return row;
     }
-    throw FaultError("no fault " + std::string(name) + "; --list-faults shows them");
+    throw FaultError("no fault \"" + std::string(name) + "\"; --list-faults shows them");
 }
 
 // The part of `text` behind the first `mark`, which is cut off with it; none without one.
@@ -110,6 +105,11 @@ std::span<const FaultRow> all_faults() {
     return kTable;
 }
 
+const FaultRow& row_of(Fault fault) {
+    return *std::find_if(std::begin(kTable), std::end(kTable),
+                         [fault](const FaultRow& row) { return row.fault == fault; });
+}
+
 FaultRequest parse_fault(const std::string& text) {
     std::string_view name = text;
     const auto value = cut(name, ':');
@@ -118,7 +118,10 @@ FaultRequest parse_fault(const std::string& text) {
     FaultRequest request = {row.fault};
     if (occasion) request.occasion = number(row, "the occasion", *occasion, 1, UINT32_MAX, false);
     if (!value) return request;
-    if (!row.value) throw FaultError(std::string(row.name) + " takes no value");
+    if (!row.value) {
+        throw FaultError(std::string(row.name) + " takes no value, not \"" + std::string(*value) +
+                         "\"");
+    }
     const FaultValue& kind = *row.value;
     if (kind.may_be_never && *value == "never") {
         request.value = kNever;
@@ -139,12 +142,17 @@ std::vector<FaultRequest> first_occasions(Fault fault, uint32_t count) {
 
 std::optional<uint32_t> Faults::strikes(Fault fault) {
     const uint32_t occasion = ++occasions_[fault];
-    for (const FaultRequest& request : requests_) {
+    for (size_t index = 0; index < requests_.size(); ++index) {
+        const FaultRequest& request = requests_[index];
         if (request.fault != fault || request.occasion.value_or(occasion) != occasion) continue;
+        struck_[index] = true;
         const FaultRow& row = row_of(fault);
         const uint32_t value = request.value.value_or(row.usual_value);
         nlohmann::json fields = {{"fault", row.name}, {"occasion", occasion}};
-        if (row.value) fields["value"] = value == kNever ? "never" : std::to_string(value);
+        if (row.value) {
+            const bool never = row.value->may_be_never && value == kNever;
+            fields["value"] = never ? "never" : std::to_string(value);
+        }
         reporter_.emit(EventKind::kFault, std::move(fields));
         return value;
     }

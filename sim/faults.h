@@ -66,6 +66,7 @@ struct FaultRow {
 };
 
 std::span<const FaultRow> all_faults();
+const FaultRow& row_of(Fault fault);
 
 // A fault as it is asked for.
 struct FaultRequest {
@@ -92,13 +93,17 @@ class Faults {
     // A fault may be asked for several times; on an occasion the first request that fits it counts.
     // The reporter must outlive this object.
     Faults(std::vector<FaultRequest> requests, Reporter& reporter)
-        : requests_(std::move(requests)), reporter_(reporter) {}
+        : requests_(std::move(requests)), struck_(requests_.size(), false), reporter_(reporter) {}
 
     // To be called once on each occasion of the fault: its value if it strikes now.
     std::optional<uint32_t> strikes(Fault fault);
 
+    // Of each request, in their order: whether it has found an occasion.
+    const std::vector<bool>& struck() const { return struck_; }
+
   private:
     std::vector<FaultRequest> requests_;
+    std::vector<bool> struck_;
     Reporter& reporter_;
     std::map<Fault, uint32_t> occasions_;  // so far
 };

@@ -59,7 +59,8 @@ void declare(CLI::App& app, Options& options) {
                for (const std::string& text : texts) add_fault(options, text);
            },
            "Something that goes wrong; may be given several times, --list-faults shows them")
-        ->option_text("NAME[@N][:VALUE] ...");
+        ->allow_extra_args(false)
+        ->option_text("NAME[@N][:VALUE]");
     app.add_option("--root", options.root, "Directory to use as the daemon's root")
         ->option_text("DIR");
     app.add_flag("--keep", options.keep, "Leave the root in place at the end");

@@ -82,6 +82,10 @@ MiscFiles provide_misc_data(const Root& root, const Options& options) {
     for (const auto& [type, name] : kMiscData) {
         if (auto bytes = read_misc_data(directory / name)) files[type] = std::move(*bytes);
     }
+    if (files.empty()) {
+        throw FirmwareError("--bt-firmware " + options.bt_firmware->string() +
+                            ": neither mrbtfw20.mbn nor mrnv20.bin is there");
+    }
     return files;
 }
 

@@ -239,8 +239,19 @@ Session::Result Session::finish(Result result) {
     if (ending.failed) ending.failures = coprocessor_->failures();
     std::erase(ending.failures, result.verdict.why);
     display_.finish(coprocessor_->status(), end, ending);
+    note_idle_faults();
     if (transcript_) transcript_->close();
     return result;
+}
+
+// The command line's faults come first among all.
+void Session::note_idle_faults() const {
+    const std::vector<bool>& struck = coprocessor_->faults().struck();
+    for (size_t index = 0; index < options_.faults.size(); ++index) {
+        if (struck[index]) continue;
+        std::cerr << "marlo-sim: the fault " << row_of(options_.faults[index].fault).name
+                  << " found no occasion\n";
+    }
 }
 
 Time Session::now() const {

@@ -61,6 +61,7 @@ class Session : private Observer {
     Verdict verdict();
     std::string wrong_files();
     Result finish(Result result);
+    void note_idle_faults() const;
     Time now() const;
     void emit(EventKind kind, nlohmann::json fields);
 

@@ -28,6 +28,9 @@ TEST_F(Response, IsFilledOverSeveralReads) {
 TEST_F(Response, TimesOutAfterTwoSeconds) {
     EXPECT_EQ(read_response(), -1);
     EXPECT_EQ(platform().now_ns(), 2'000'000'000);
+    arrives(Bytes(10, 1));  // and nothing more
+    EXPECT_EQ(read_response(), -1);
+    EXPECT_EQ(platform().now_ns(), 4'000'000'000);
 }
 
 TEST_F(Response, FailsOnAHangUpAReadErrorAndAClosedChannel) {

@@ -47,8 +47,8 @@ TEST(Faults, FirstRequestThatFitsTheOccasionCounts) {
 
 TEST(Faults, TextThatAsksForNoneIsNamed) {
     const std::pair<const char*, const char*> table[] = {
-        {"", "no fault ; --list-faults shows them"},
-        {"erase", "no fault erase; --list-faults shows them"},
+        {"", "no fault \"\"; --list-faults shows them"},
+        {"erase", "no fault \"erase\"; --list-faults shows them"},
         {"erase-fails@",
          "erase-fails: the occasion must be a number from 1 to 4294967295, "
          "not \"\""},
@@ -73,7 +73,7 @@ TEST(Faults, TextThatAsksForNoneIsNamed) {
         {"hang-up-at-info:ever",
          "hang-up-at-info: ms until the channel is back must be a number "
          "from 0 to 3600000 or never, not \"ever\""},
-        {"cancel@2:1", "cancel takes no value"},
+        {"cancel@2:1", "cancel takes no value, not \"1\""},
         {"load-fails:134", "load-fails: errno must be a number from 1 to 133, not \"134\""},
         {"load-fails:5x", "load-fails: errno must be a number from 1 to 133, not \"5x\""}};
     for (const auto& [text, why] : table) {

@@ -134,7 +134,7 @@ TEST_F(PlainOutputTest, PrintsOneLinePerStepWithoutControlCharacters) {
               "   1.500  remote memory: half\n"
               "   1.500  download: state INIT\n"
               "   1.500  channel rma: hung up\n"
-              "   1.500  fault: restart 100\n"
+              "   1.500  fault: restart, occasion 2, value 100\n"
               "   1.500  co-processor: announces that it is powered up\n");
 }
 
