@@ -60,9 +60,6 @@ struct Answer {
     bool brings_nothing = false;  // the read succeeds nevertheless
 };
 
-// The answer's bytes; those that nobody looks at are not 0.
-Bytes misc_answer(const Answer& answer);
-
 // How a test's transport behaves.
 struct TransportScript {
     bool opens = true;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <android/log.h>
 
-#include <map>
 #include <stdexcept>
 
 #include "platform/os.h"
@@ -31,7 +30,7 @@ TEST_F(Session, StartConnectsOnceAndLoadsEveryTime) {
     image("./partition_table.xml", "<t><Bank_1/></t>");
     updater_.startMarloDownloaderWithCallback(&recording_);
     updater_.startMarloDownloaderWithCallback(&recording_);
-    expect({"make glink_pkt_marlo_dfu 44", "register", "connect with reader"});
+    expect({"make glink_pkt_marlo_dfu 44", "connect with reader"});
     EXPECT_EQ(logged("Partition XML Parsing Done."), 2U);
     EXPECT_EQ(logged("About to register callbacks with glinkInterface"), 1U);
     updater_.endMarloDownloader();
@@ -41,23 +40,27 @@ TEST_F(Session, StartConnectsOnceAndLoadsEveryTime) {
 
 TEST_F(Session, EveryPlainMessageIsReportedByName) {
     begin();
-    const std::string invalid = "error Received INVALID CMD RESP";
-    for (const auto& [id, line] :
-         std::map<uint32_t, std::string>{{1, "info Received MG_UPDT_REQ"},
-                                         {2, "info Received MG_UPDT_RESP"},
-                                         {4, "info Received IMG_INFO_RESP"},
-                                         {6, "info Received IMG_OFFSET_RESP"},
-                                         {7, "ended Received CANCEL_UPDT_REQ"},
-                                         {8, "ended Received CANCEL_UPDT_RESP"},
-                                         {9, "info Received IMG_UPDT_END_REQ"},
-                                         {10, "info Received IMG_UPDT_END_RESP"},
-                                         {12, "info Received SESSION_END_RESP"},
-                                         {0, invalid},
-                                         {13, invalid},
-                                         {15, invalid},
-                                         {255, invalid}}) {
+    const Lines names = {"MG_UPDT_REQ",
+                         "MG_UPDT_RESP",
+                         "",
+                         "IMG_INFO_RESP",
+                         "",
+                         "IMG_OFFSET_RESP",
+                         "CANCEL_UPDT_REQ",
+                         "CANCEL_UPDT_RESP",
+                         "IMG_UPDT_END_REQ",
+                         "IMG_UPDT_END_RESP",
+                         "",
+                         "SESSION_END_RESP"};
+    for (uint32_t id = 1; id <= names.size(); ++id) {
+        if (const std::string& name = names[id - 1]; !name.empty()) {
+            receive(id);
+            expect({(name.starts_with("CANCEL") ? "ended Received " : "info Received ") + name});
+        }
+    }
+    for (const uint32_t id : {0U, 13U, 15U, 255U}) {
         receive(id);
-        expect({line});
+        expect({"error Received INVALID CMD RESP"});
     }
     EXPECT_EQ(logged("GLINK_int invalid cmd id"), 4U);
     EXPECT_EQ(logged(", GLINK_int received IMG_UPDT_END_REQ "), 1U);
@@ -96,17 +99,6 @@ TEST_F(Session, FragmentsAreServedAndHugeOnesRefused) {
     expect({report, report, "send 6: 5 0 1 41"});
 }
 
-TEST(MessageBufferTest, TheLargerBufferIsKept) {
-    MessageBuffer buffer;
-    std::vector<uint8_t> large = buffer.take();
-    large.reserve(4096);
-    std::vector<uint8_t> small = buffer.take();
-    small.reserve(16);
-    buffer.give_back(std::move(large));
-    buffer.give_back(std::move(small));
-    EXPECT_GE(buffer.take().capacity(), 4096U);
-}
-
 TEST_F(Session, EndIsAnsweredReleasesTheImagesAndMayBeFollowedByAnUpdate) {
     begin();
     receive(11);
@@ -134,37 +126,30 @@ TEST_F(Session, UnsentEndReleasesTheImagesAndStaysUnfinished) {
 
 TEST_F(Session, UpdateRequest) {
     begin();
-    script_.results = {-5, 0};
-    updater_.marloFirmwareUpdateReq();
-    updater_.marloFirmwareUpdateReq();
-    expect({kUpdateRequest, kUpdateRequest});
-    updater_.marloFirmwareUpdateReq();
-    expect({kUpdateRequest, "property 0", "started ### Starting Marlo Firmware Update. ###"});
+    EXPECT_EQ(updater_.send_aon_request(12, nullptr, 0), 16);
+    script_.results = {-5, 0, 1};
+    for (int tries = 0; tries < 3; ++tries) {
+        updater_.marloFirmwareUpdateReq();
+    }
+    expect({"send 12:", kUpdateRequest, kUpdateRequest, kUpdateRequest, "property 0",
+            "started ### Starting Marlo Firmware Update. ###"});
     image("./flash.bin", "");
     start();
     updater_.marloFirmwareUpdateReq();
     expect({"error AON Flash bin file is empty or not present"});
+    EXPECT_EQ(logged("flash.bin file is not found"), 1U);
 }
 
 TEST_F(Session, FailedOpenDeletesTheTransportInsideConnect) {
     script_.opens = false;
     updater_.startMarloDownloaderWithCallback(&recording_);
-    expect({"make glink_pkt_marlo_dfu 44", "register", "connect with reader",
+    expect({"make glink_pkt_marlo_dfu 44", "connect with reader",
             "channel-error Marlo dfu channel open failed", "delete", "ended MarloDownloader END"});
     updater_.eraseAllRAWPartitionAndContinueDownload();
     updater_.getCurrentDFUStateAndContinueDownload();
     EXPECT_EQ(logged(", glinkInterface == nullptr"), 2U);
-    const uint8_t payload[] = {1, 2};
-    EXPECT_EQ(updater_.send_aon_request(12, payload, 2), 0);
+    EXPECT_EQ(updater_.send_aon_request(12, nullptr, 0), 0);
     EXPECT_EQ(logged(", glinkInterface != nullptr"), 1U);
-}
-
-TEST_F(Session, SendingGivesTheTransportsResult) {
-    begin();
-    EXPECT_EQ(updater_.send_aon_request(12, nullptr, 0), 16);
-    script_.results = {7};
-    EXPECT_EQ(updater_.send_aon_request(12, nullptr, 0), 7);
-    expect({"send 12:", "send 12:"});
 }
 
 TEST_F(Session, WithoutACallbackEveryRequestIsStillAnswered) {
@@ -176,7 +161,6 @@ TEST_F(Session, WithoutACallbackEveryRequestIsStillAnswered) {
     receive(11);
     expect({"send 4: 5 5 0", "send 6: 5 0 1 41", "send 12: 0 0 0"});
     EXPECT_EQ(scripted::platform().property("persist.vendor.zt_aon.dfu_update"), "1");
-    EXPECT_EQ(logged("Time taken is"), 0U);
 }
 
 TEST_F(Session, RuntimeErrorOfTheLastReportIsCaught) {

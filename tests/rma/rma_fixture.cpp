@@ -47,11 +47,11 @@ class RecordingTransport : public glink_interface {
 }  // namespace
 
 Bytes message(uint32_t command, const std::vector<uint32_t>& words, const Bytes& block) {
-    std::vector<uint32_t> all = {0, static_cast<uint32_t>(12 + 4 * words.size() + block.size()),
-                                 command};
-    all.insert(all.end(), words.begin(), words.end());
     Bytes bytes;
-    for (const uint32_t value : all) {
+    append_word(bytes, 0);
+    append_word(bytes, static_cast<uint32_t>(12 + 4 * words.size() + block.size()));
+    append_word(bytes, command);
+    for (const uint32_t value : words) {
         append_word(bytes, value);
     }
     bytes.insert(bytes.end(), block.begin(), block.end());

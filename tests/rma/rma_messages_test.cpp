@@ -56,14 +56,3 @@ TEST(RmaMessages, GoldenAnswers) {
               from_hex("a7427e95 20000000 01020000 0b000000 04030201 07000000 05000000 01000000"));
     EXPECT_EQ(rma::build_message(3, {}, {}), from_hex("c8653820 0c000000 03000000"));
 }
-
-TEST(RmaMessages, ShortOnesReadAsZeroBeyondTheirEnd) {
-    const Bytes whole(40, 1);
-    EXPECT_EQ(rma::connect_request({whole.data(), 38}).client_private, 0x0101U);
-    EXPECT_EQ(rma::connect_request({whole.data(), 36}).client_private, 0U);
-    EXPECT_EQ(rma::connect_request({whole.data(), 21}).second_id, 1U);
-    EXPECT_EQ(rma::block_request({whole.data(), 24}).size, 0U);
-    EXPECT_EQ(rma::command_id({whole.data(), 11}), std::nullopt);
-    EXPECT_EQ(rma::connect_crc({whole.data(), 3}), 0U);
-    EXPECT_EQ(rma::connect_crc({whole.data(), 4}), 0U);
-}
