@@ -25,7 +25,8 @@ Bytes linked(const std::string& name) {
 // File offset of a segment, which elf/segments.S has filled with its number.
 size_t segment(const Bytes& elf, int index) {
     const Bytes filling(32, static_cast<uint8_t>(0x11 * (index + 1)));
-    return static_cast<size_t>(std::ranges::search(elf, filling).begin() - elf.begin());
+    const auto found = std::search(elf.begin(), elf.end(), filling.begin(), filling.end());
+    return static_cast<size_t>(found - elf.begin());
 }
 
 class PlatformPatch : public UpdaterTest {
