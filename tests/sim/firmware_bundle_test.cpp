@@ -32,18 +32,6 @@ std::string error_of(const FirmwareDirectory& directory) {
     return "";
 }
 
-TEST(FirmwareBundle, GeneratedFirmware) {
-    const FirmwareBundle& bundle = generated_firmware();
-    std::vector<std::string> erased;
-    for (const EraseRange& range : bundle.erase_ranges) erased.push_back(range.name);
-    EXPECT_THAT(erased, testing::ElementsAre("SCRATCH", "APPS", "MARKER"));
-    std::vector<uint32_t> ids;
-    for (const Image& image : bundle.images) ids.push_back(image.id);
-    EXPECT_THAT(ids, testing::ElementsAre(3, 4, 5, 1, 2));
-    EXPECT_EQ(bundle.versions.apps, "TBX7700.APPS.1.2-00042-MARLO-1");
-    EXPECT_EQ(bundle.versions.dsp, "TBX7700.DSP.1.7-00042");
-}
-
 TEST(FirmwareBundle, PatchesThePlatformBlockAndNothingElse) {
     FirmwareDirectory directory;
     const auto flash_of = [&](const PlatformFacts& facts) {
@@ -110,18 +98,13 @@ TEST(FirmwareBundle, RefusesBrokenDirectoriesInWords) {
     const std::string erase = "<HostSpecificInfo><PartType>1</PartType></HostSpecificInfo>";
     const std::pair<std::string, const char*> tables[] = {
         {"", "not readable as XML"},
-        {"<t><Bank_1>", "not readable as XML"},
         {"<t/>", "no element Bank_1"},
         {table("<Partition><Partition_Name>P</Partition_Name><Offset>-16</Offset><size>17</size>" +
                erase + "</Partition>"),
          "partition P (offset 4294967280, 17 bytes) reaches beyond the end of the flash"},
-        {table("<Partition><img_id>8</img_id><Offset>-1</Offset><Image_Path>a</Image_Path>"
-               "</Partition>"),
-         "reaches beyond the end of the flash"},
         {table("<Partition><img_id>8</img_id><Offset>10</Offset><Image_Path>a</Image_Path>"
                "</Partition><Partition><img_id>9</img_id><Offset>8</Offset></Partition>"),
          "overlap"},
-        {table("<Partition><img_id>1</img_id></Partition>"), "flash.bin (image 1) is missing"},
     };
     for (const auto& [xml, error] : tables) {
         FirmwareDirectory directory;
@@ -135,8 +118,6 @@ TEST(FirmwareBundle, RefusesBrokenDirectoriesInWords) {
     std::filesystem::remove(directory.path() / "flash.bin");
     ASSERT_EQ(mkfifo((directory.path() / "flash.bin").c_str(), 0600), 0);
     EXPECT_THAT(error_of(directory), HasSubstr("flash.bin (image 1) is missing or empty"));
-    std::filesystem::remove(directory.path() / "partition_table.xml");
-    EXPECT_THAT(error_of(directory), HasSubstr("partition_table.xml: no such file"));
 }
 
 TEST(FirmwareBundle, FallbackVersionFileOnlyWithoutTheFirst) {

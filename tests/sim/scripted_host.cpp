@@ -67,6 +67,13 @@ Bytes message(uint32_t id, const Bytes& payload) {
     return bytes;
 }
 
+Tamper add_one(size_t at) {
+    return [at](Bytes& bytes) {
+        ++bytes.at(at);
+        seal(bytes);
+    };
+}
+
 Tamper change(size_t at, uint32_t id, int n, Tamper how) {
     return [=, seen = 0](Bytes& bytes) mutable {
         if (word(bytes, at) == id && seen++ == n) how(bytes);
@@ -132,7 +139,7 @@ void Host::boot_in_host_mode() {
 }
 
 void Host::take_wakelock() {
-    model.write_wake_lock(std::string_view("MARLODAEMON_WAKEUP", 19));
+    model.write_wake_lock(kWakelock);
 }
 
 void Host::send(Bytes bytes) {
@@ -168,9 +175,8 @@ void Host::answer_packet(const Bytes& packet) {
     const auto image = std::find_if(images.begin(), images.end(),
                                     [&](const Image& i) { return i.id == word(packet, 16); });
     if (id == 3) {
-        const uint32_t size =
-            image == images.end() ? unknown_image_size : static_cast<uint32_t>(image->data.size());
-        return send(message(4, words({word(packet, 16), size, 0})));
+        const size_t size = image == images.end() ? 0 : image->data.size();
+        return send(message(4, words({word(packet, 16), static_cast<uint32_t>(size), 0})));
     }
     const Bytes& data = image->data;
     const uint32_t offset = word(packet, 20);

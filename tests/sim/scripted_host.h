@@ -8,6 +8,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "sim/coprocessor.h"
@@ -44,8 +45,12 @@ Bytes message(uint32_t id, const Bytes& payload);
 void seal(Bytes& message);
 
 using Tamper = std::function<void(Bytes&)>;
+// Adds 1 to the byte at `at`, and seals.
+Tamper add_one(size_t at);
 // Changes the n-th message (from 0) whose word at `at` is `id`.
 Tamper change(size_t at, uint32_t id, int n, Tamper how);
+
+constexpr std::string_view kWakelock("MARLODAEMON_WAKEUP", 19);  // its terminator included
 
 // A co-processor that is up in this mode.
 Behaviour running(uint32_t boot_mode, const std::vector<std::string>& faults = {});
@@ -87,7 +92,6 @@ class Host {
     // Sends a message after `tamper` had its way; an empty one is not sent.
     void send(Bytes bytes);
     Tamper tamper;
-    uint32_t unknown_image_size = 0;  // answered for an image that there is none of
     // Answers what is to be read until nothing more comes; as many packets as `limit` at most.
     void answer(size_t limit = 1000000);
     // Erases all ranges, asks for the state, answers until the session ends.
