@@ -57,11 +57,8 @@ TEST(Coprocessor, WritesTheVersionRecord) {
     Behaviour behaviour;
     behaviour.running = true;
     behaviour.versions = {0x01020003, std::string(150, 'a'), "dsp", "bt"};
-    behaviour.faults = first_occasions(Fault::kVersionQueryFails, 2);
     Host host(behaviour);
     host.memory.bytes.assign(512, 0x77);
-    EXPECT_EQ(host.query_version(), -EIO);
-    EXPECT_EQ(host.query_version(), -EIO);
     EXPECT_EQ(host.query_version(), 0);
     const char* record = reinterpret_cast<const char*>(host.memory.bytes.data());
     EXPECT_EQ(std::string(record + 4, 4), std::string("\x03\0\x02\x01", 4));
@@ -70,32 +67,6 @@ TEST(Coprocessor, WritesTheVersionRecord) {
     EXPECT_STREQ(record + 208, "bt");
     EXPECT_EQ(record[307], 0);
     EXPECT_EQ(record[308], 0x77);
-}
-
-TEST(Coprocessor, LoadFaults) {
-    struct Row {
-        Fault fault;
-        int flash;
-        int host;
-        int flash_after_update;
-    };
-    const Row table[] = {{Fault::kFlashFirmwareDamaged, -EIO, 0, 0},
-                         {Fault::kFlashLoadFails, -EIO, 0, -EIO},
-                         {Fault::kLoadFails, -EIO, -EIO, -EIO}};
-    for (const Row& row : table) {
-        Behaviour behaviour;
-        behaviour.faults = {{row.fault}};
-        Host host(behaviour);
-        host.spi(true);
-        EXPECT_EQ(host.boot_command(3), row.flash);
-        host.boot_command(5, kHostMode);
-        EXPECT_EQ(host.boot_command(3), row.host);
-        host.boot_in_host_mode();
-        host.download();
-        host.boot_command(5, kFlashMode);
-        host.boot_command(4);
-        EXPECT_EQ(host.boot_command(3), row.flash_after_update) << static_cast<int>(row.fault);
-    }
 }
 
 // Each state and announcement, in their order.

@@ -34,18 +34,8 @@ Bytes answer(uint32_t command, const std::vector<uint32_t>& payload) {
     return sealed(bytes);
 }
 
-// Ways in which a host may treat the files wrongly.
-struct Mistakes {
-    bool forgets_on_connect = false;      // a CONNECT empties a file that is there
-    bool grows = false;                   // a write beyond the end makes the file longer
-    bool wraps = false;                   // offset + size is added up in 32 bits
-    bool ignores_word = false;            // a write goes to the partition of the last CONNECT
-    bool drops_writes = false;            // one write is confirmed and not made
-    bool takes_blocks_from_afar = false;  // a block that is not in the message is written
-};
-
-// A host that serves the memory as it must be served, except for its mistakes and for what `tamper`
-// does to its answers.
+// A host that serves the memory as it must be served, except for what it overlooks and for what
+// `tamper` does to its answers.
 class RmaHost {
   public:
     explicit RmaHost(RmaLength length = RmaLength::kShort,
@@ -61,7 +51,7 @@ class RmaHost {
 
     Host host;
     BackingFiles files;
-    Mistakes mistakes;
+    std::string overlooked;  // the reason that does not keep it from confirming a write
     Tamper tamper;
     std::vector<Bytes> requests;
 
@@ -123,15 +113,23 @@ class RmaHost {
         ASSERT_EQ(files, host.model.backing_files()) << when;
     }
 
+    // Why a write must not be made; "" if it must.
+    std::string refusal(const Bytes& request) const {
+        const auto file = files.find(name(word(request, 12)));
+        const uint32_t size = word(request, 24);
+        const uint64_t end = uint64_t{word(request, 20)} + size;
+        if (file == files.end()) return "no such partition";
+        if (request.size() < 32 + size) return "block is cut";
+        if (end > UINT32_MAX) return "end wraps";
+        return end > file->second.size() ? "beyond the end" : "";
+    }
+
   private:
     std::string name(uint32_t last) const {
         return std::to_string(memory_id_) + std::to_string(second_id_) + std::to_string(last);
     }
 
-    void connect(uint32_t size) {
-        if (mistakes.forgets_on_connect) files.erase(name(memory_id_));
-        files.try_emplace(name(memory_id_), Bytes(size));
-    }
+    void connect(uint32_t size) { files.try_emplace(name(memory_id_), Bytes(size)); }
 
     Bytes read(uint32_t offset, uint32_t size) const {
         const Bytes& file = files.at(name(memory_id_));
@@ -143,23 +141,10 @@ class RmaHost {
     }
 
     bool write(const Bytes& request) {
-        const uint32_t third = mistakes.ignores_word ? memory_id_ : word(request, 12);
-        const auto file = files.find(name(third));
-        const uint32_t offset = word(request, 20);
-        const uint32_t size = word(request, 24);
-        Bytes block(request.begin() + 32, request.end());
-        if (block.size() < size && !mistakes.takes_blocks_from_afar) return false;
-        block.resize(size);
-        if (file == files.end()) return false;
-        Bytes& bytes = file->second;
-        const uint64_t end = mistakes.wraps ? offset + size : uint64_t{offset} + size;
-        if (end > bytes.size()) {
-            if (!mistakes.grows || end > 100000) return false;
-            bytes.resize(end);
-        }
-        if (mistakes.wraps && offset >= bytes.size()) return true;
-        if (mistakes.drops_writes && ++writes_ == 3) return true;
-        std::copy(block.begin(), block.end(), bytes.begin() + offset);
+        const std::string why_not = refusal(request);
+        if (!why_not.empty()) return why_not == overlooked;
+        std::copy(request.begin() + 32, request.end(),
+                  files.at(name(memory_id_)).begin() + word(request, 20));
         return true;
     }
 
@@ -177,6 +162,9 @@ TEST(Rma, RequestsAreSealedAndSpeakOfWhatTheHostReads) {
     EXPECT_EQ(
         rma.requests.front(),
         sealed(words({0, 0, 0, 0xEEEEEEEE, 101, 70, 10000, 0xEEEEEEEE, 0xEEEEEEEE, 0xC1000001})));
+    // What comes after the end finds nothing to do.
+    rma.restart();
+    EXPECT_FALSE(rma.host.model.readable(kRma));
     std::optional<uint32_t> connected;
     for (const Bytes& request : rma.requests) {
         EXPECT_EQ(sealed(request), request);
@@ -191,22 +179,26 @@ TEST(Rma, RequestsAreSealedAndSpeakOfWhatTheHostReads) {
     }
 }
 
-// Every mistake is a failed check, or leaves files that are not those expected.
-TEST(Rma, MistakesOfTheHostAreFound) {
-    const std::pair<bool Mistakes::*, const char*> table[] = {
-        {&Mistakes::forgets_on_connect, "partition 10170101, read of 4096 bytes at 0: byte 0"},
-        {&Mistakes::grows, "DATA_WRITE response: word at 28 expected 0x00000001, got 0x00000000"},
-        {&Mistakes::wraps, "DATA_WRITE response: word at 28 expected 0x00000001"},
-        {&Mistakes::ignores_word, "DATA_WRITE response: word at 28 expected 0x00000001"},
-        {&Mistakes::drops_writes, "partition 10170101, read of 1808 bytes at 8192: byte 0"},
-    };
-    for (const auto& [mistake, failure] : table) {
-        RmaHost rma;
-        rma.mistakes.*mistake = true;
+TEST(Rma, WriteThatMustNotBeMadeIsNotConfirmed) {
+    for (const char* overlooked :
+         {"no such partition", "end wraps", "beyond the end", "block is cut"}) {
+        RmaHost rma(RmaLength::kShort, {"rma-block-outside@40:96"});
+        rma.overlooked = overlooked;
         rma.serve();
-        EXPECT_THAT(rma.host.first_failure(), HasSubstr(failure));
-        EXPECT_FALSE(rma.ended());
+        EXPECT_EQ(rma.host.first_failure(),
+                  "DATA_WRITE response: word at 28 expected 0x00000001, "
+                  "got 0x00000000")
+            << overlooked;
+        EXPECT_EQ(rma.refusal(rma.requests.back()), overlooked);
     }
+}
+
+TEST(Rma, FileThatAConnectEmptiesIsFound) {
+    RmaHost rma;
+    rma.tamper = change(8, 1, 4, [&](Bytes&) { rma.files["10170101"].assign(10000, 0); });
+    rma.serve();
+    EXPECT_THAT(rma.host.first_failure(),
+                HasSubstr("partition 10170101, read of 4096 bytes at 0: byte 0 expected"));
 }
 
 // What the model says when the second answer to a command is tampered with.
@@ -314,9 +306,8 @@ TEST(Rma, FaultsShowInTheMessages) {
     EXPECT_EQ(word(rma.requests[2], 8), 256u);
 
     RmaHost cut(RmaLength::kShort, {"rma-block-outside@1:96"});
-    cut.mistakes.takes_blocks_from_afar = true;
+    cut.overlooked = "block is cut";
     cut.serve();
-    EXPECT_THAT(cut.host.first_failure(), HasSubstr("word at 28 expected 0x00000001, got 0x0"));
     EXPECT_EQ(cut.requests.back().size(), 32u + 4000u);
     EXPECT_EQ(word(cut.requests.back(), 24), 4096u);
     EXPECT_EQ(sealed(cut.requests.back()), cut.requests.back());
