@@ -6,7 +6,6 @@
 using scripted::platform;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::Not;
 
 namespace {
@@ -95,15 +94,6 @@ TEST_F(Boot, TwmExitIsPendingOnlyWhereTheStateIsOne) {
     EXPECT_EQ(platform().open_descriptors(), 0);
     platform().next_descriptor(0);
     EXPECT_FALSE(daemon_->isTWMexit());  // descriptor 0 counts as a failed open
-}
-
-TEST_F(Boot, PendingTwmExitSavesADumpBetweenTheTwoRamdumpSettings) {
-    platform().file(kTwm, "1\n");
-    platform().file(kSubtype, "1\n");
-    start_until_sleep(1);
-    EXPECT_THAT(actions(),
-                ElementsAre("set persist.vendor.ssr.enable_ramdumps=1", "TWM exit", "save dump",
-                            "set persist.vendor.ssr.enable_ramdumps=0", "sleep 1"));
 }
 
 TEST_F(Boot, PlatformSubtypeMustBeZero) {

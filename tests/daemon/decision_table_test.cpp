@@ -69,6 +69,15 @@ class DecisionTable : public DaemonTest {
                 "I dsp_tbx7700: \n", "I bt_tbx7700: \n"};
     }
 
+    // With an offline co-processor that has something to say of its version.
+    Lines loaded_host_boot() const {
+        return joined({host_boot_,
+                       load_,
+                       {"get mode", "set vendor.marlo.boot_complete=1"},
+                       version(),
+                       host_complete_});
+    }
+
     // The version query fails for as long as it is tried.
     static Lines no_version() {
         Lines lines;
@@ -151,12 +160,7 @@ class DecisionTable : public DaemonTest {
 TEST_F(DecisionTable, HostBootIsAccepted) {
     boot_mode_ = HOST;
     start_until_sleep(2);
-    expect_course({host_boot_,
-                   load_,
-                   {"get mode", "set vendor.marlo.boot_complete=1"},
-                   version(),
-                   host_complete_,
-                   {"sleep 1"}});
+    expect_course({loaded_host_boot(), {"sleep 1"}});
     EXPECT_EQ(g_daemon_state, DAEMON_INITIALISED);
 }
 
@@ -164,15 +168,7 @@ TEST_F(DecisionTable, HostBootWithoutFlashIsGivenItsMiscData) {
     has_no_flash();
     platform().property("vendor.zt_aon.misc_update", "2");  // anything but 1
     start_until_sleep(3);
-    expect_course({host_boot_,
-                   load_,
-                   {"get mode", "set vendor.marlo.boot_complete=1"},
-                   version(),
-                   host_complete_,
-                   no_flash_,
-                   push_misc_data_,
-                   start_rma_,
-                   {"sleep 1"}});
+    expect_course({loaded_host_boot(), no_flash_, push_misc_data_, start_rma_, {"sleep 1"}});
     // A boot does not count as a power-up: a power-down leaves the property alone.
     announce(1);
     expect_further(
@@ -183,14 +179,7 @@ TEST_F(DecisionTable, HostBootWithoutFlashThatHasItsMiscData) {
     has_no_flash();
     platform().property("vendor.zt_aon.misc_update", "1");
     start_until_sleep(2);
-    expect_course({host_boot_,
-                   load_,
-                   {"get mode", "set vendor.marlo.boot_complete=1"},
-                   version(),
-                   host_complete_,
-                   no_flash_,
-                   start_rma_,
-                   {"sleep 1"}});
+    expect_course({loaded_host_boot(), no_flash_, start_rma_, {"sleep 1"}});
 }
 
 TEST_F(DecisionTable, HostBootWithoutAVersion) {
@@ -315,31 +304,20 @@ TEST_F(DecisionTable, FinishedDownloadSwitchesToFlash) {
                      "notify 1", "set vendor.marlo.boot_complete=1", "SPI free", "boot status 1"}});
 }
 
-// Both the load and the state must be right.
-TEST_F(DecisionTable, SwitchIsGivenUpWithoutAWordAfterThreeAttempts) {
+// Three attempts, and both the load and the state must be right.
+TEST_F(DecisionTable, DownloadBeginsThoughTheSwitchToHostWasGivenUpWithoutAWord) {
     const Lines not_loaded = {"soft reset", "load = -5", "E Send MARLO_LOAD flag failed", "sleep 1",
                               "sleep 1"};
     const Lines not_running = {"soft reset", "load", "sleep 1", "D marlofw state: offline\n",
                                "sleep 1"};
-    start_until_sleep(2);
-    skip_course();
     loads_to_fail_ = 2;
     stays_offline_ = true;
-    daemon_->changeBootmode(FLASH);
-    expect_further(
-        {{"set mode 1", "unload", "SPI busy"}, not_loaded, not_loaded, not_running, {"SPI free"}});
-}
-
-TEST_F(DecisionTable, DownloadBeginsThoughTheSwitchToHostWasGivenUp) {
-    const Lines attempt = {"soft reset", "load = -5", "E Send MARLO_LOAD flag failed", "sleep 1",
-                           "sleep 1"};
-    loads_to_fail_ = 3;
     start_until_sleep(7);
     expect_course({{"get mode = 1", "I  Marlo is in FLASH Mode!\n", "notify 1", "notify 2",
                     "I zt_aon.dfu_update is 0, do fW_update", "set mode 0", "unload", "SPI busy"},
-                   attempt,
-                   attempt,
-                   attempt,
+                   not_loaded,
+                   not_loaded,
+                   not_running,
                    {"SPI free"},
                    begin_download_,
                    {"sleep 1"}});

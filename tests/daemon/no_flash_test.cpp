@@ -8,7 +8,6 @@ using scripted::platform;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::Not;
 
 namespace {
 
@@ -26,20 +25,13 @@ class NoFlash : public DaemonTest {
     }
 };
 
-TEST_F(NoFlash, PowerUpBeforeAnyBootCompletionIsNotActedUpon) {
-    daemon_->registerMarloSSREvent();
-    announce(4);
-    EXPECT_THAT(course(), Contains("I on_aon_up: called\n"));
-    EXPECT_THAT(course(), Not(Contains("D starting rma connection")));
-    EXPECT_EQ(channel_opens(kRmaChannel), 0u);
-}
-
 // Two transfers at once would mix their packets.
 TEST_F(NoFlash, PowerUpDuringAPushIsServedAfterIt) {
     bool announced = false;
     platform().on_write(kMiscChannel, [&](const scripted::Bytes&) {
         if (!std::exchange(announced, true)) {
             announce(4);
+            announce(4);  // one more push will do for both
             EXPECT_EQ(channel_opens(kMiscChannel), 1u);
             EXPECT_EQ(channel_opens(kRmaChannel), 0u);
         }

@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+
 namespace sim::test {
 namespace {
 
@@ -65,6 +67,18 @@ TEST(Faults, TextThatAsksForNoneIsNamed) {
         } catch (const FaultError& error) {
             EXPECT_STREQ(error.what(), why);
         }
+    }
+}
+
+TEST(Faults, EachRowOfTheTableCanBeAskedFor) {
+    std::set<Fault> faults;
+    for (const FaultRow& row : all_faults()) {
+        EXPECT_TRUE(faults.insert(row.fault).second) << row.name;
+        std::string text = row.name + std::string("@3");
+        if (row.value) text += ":" + std::to_string(row.usual_value);
+        const FaultRequest request = parse_fault(text);
+        EXPECT_EQ(request.fault, row.fault);
+        EXPECT_EQ(request.value.value_or(0), row.usual_value) << row.name;
     }
 }
 

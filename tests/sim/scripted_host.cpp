@@ -82,7 +82,7 @@ Tamper change(size_t at, uint32_t id, int n, Tamper how) {
 
 Behaviour running(uint32_t boot_mode, const std::vector<std::string>& faults) {
     Behaviour behaviour;
-    behaviour.boot_mode = boot_mode;
+    behaviour.boot_mode = static_cast<int>(boot_mode);
     behaviour.running = true;
     for (const std::string& fault : faults) behaviour.faults.push_back(parse_fault(fault));
     return behaviour;
