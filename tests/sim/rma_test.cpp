@@ -151,7 +151,6 @@ class RmaHost {
     uint32_t memory_id_ = 0;
     uint32_t second_id_ = 0;
     uint32_t client_ = 0;
-    int writes_ = 0;
 };
 
 TEST(Rma, RequestsAreSealedAndSpeakOfWhatTheHostReads) {
