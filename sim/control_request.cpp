@@ -8,7 +8,6 @@ namespace sim {
 
 namespace {
 
-
 constexpr uint32_t kSpiFreeNumber = 0x80205603;
 constexpr uint32_t kSpiBusyNumber = 0x80205604;
 constexpr uint32_t kResetNumber = 0xc0205605;
