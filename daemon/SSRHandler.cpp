@@ -11,7 +11,6 @@
 #include <limits>
 #include <string_view>
 #include <system_error>
-#include <thread>
 
 #include "daemon/MarloDaemon.h"
 #include "daemon/property_names.h"
@@ -40,7 +39,7 @@ int32_t event_value(const char* text) {
 
 SSRHandler::SSRHandler(MarloDaemon* daemon) : daemon_(daemon) {
     try {
-        std::thread(&SSRHandler::marloSSREventListener, this).detach();
+        os::start_thread([this] { marloSSREventListener(); }).detach();
     } catch (const std::system_error& error) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "restart listener cannot be started: %s",
                             error.what());

@@ -122,7 +122,7 @@ bool marlo_glink::start_reader_thread(std::unique_lock<std::mutex>& lock) {
     _stop_reader = false;
     _thread_started = true;
     try {
-        _reader_thread = std::thread(glink_thread_routine, this);
+        _reader_thread = os::start_thread([this] { glink_thread_routine(this); });
     } catch (const std::system_error& failure) {
         MARLO_LOG_FOR("glink_connect", error, "GLINK_int reader thread could not be started: %s",
                       failure.what());
@@ -159,7 +159,7 @@ void marlo_glink::stop_reader_thread() {
         close_pipe_end(_wakeup_pipe[1]);
     }
     if (_reader_thread.joinable()) {
-        _reader_thread.join();
+        os::join_thread(_reader_thread);
     }
     _thread_started = false;
     close_pipe_end(_wakeup_pipe[0]);

@@ -9,10 +9,12 @@
 
 #include <cstddef>
 #include <ctime>
+#include <functional>
+#include <thread>
 
-// Every system call that a test must be able to make fail, and every wait. Outside platform/,
-// sim/ and tests/ nothing else calls the kernel. Each function has the arguments, the result and
-// the errno of the call that it is named after; all are safe on any thread.
+// Every system call that a test must be able to make fail, every wait and every thread. Outside
+// platform/, sim/ and tests/ nothing else calls the kernel. Each function has the arguments, the
+// result and the errno of the call that it is named after; all are safe on any thread.
 //
 // Which implementation answers is decided when a program is linked: platform/linux for the
 // daemon, the scripted platform (platform/scripted) for tests.
@@ -45,6 +47,11 @@ int closedir(DIR* directory);
 unsigned int sleep(unsigned int seconds);
 int usleep(useconds_t microseconds);
 time_t time();  // wall clock, seconds since the epoch
+
+// A thread that runs `body`. Throws std::system_error where no thread can be had.
+std::thread start_thread(std::function<void()> body);
+// Waits for the thread's end. Not to be called by the thread itself.
+void join_thread(std::thread& thread);
 
 // Zeroed memory whose addresses all lie below 4 GiB, for what a 32-bit address must name. Null
 // with errno where there is none. `size` is at most a page.

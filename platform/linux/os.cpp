@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <utility>
 
 #include "platform/linux/root.h"
 #include "platform/low_memory.h"
@@ -78,6 +79,13 @@ int usleep(useconds_t microseconds) {
 }
 time_t time() {
     return ::time(nullptr);
+}
+
+std::thread start_thread(std::function<void()> body) {
+    return std::thread(std::move(body));
+}
+void join_thread(std::thread& thread) {
+    thread.join();
 }
 
 void* map_below_4gib(size_t size) {

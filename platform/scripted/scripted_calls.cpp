@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <system_error>
+#include <utility>
 
 #include "platform/low_memory.h"
 #include "platform/os.h"
@@ -116,6 +118,13 @@ time_t time() {
     return kStartOfTime + static_cast<time_t>(platform().now_ns() / 1'000'000'000);
 }
 
+std::thread start_thread(std::function<void()> body) {
+    return platform().start_thread(std::move(body));
+}
+void join_thread(std::thread& thread) {
+    thread.join();
+}
+
 void* map_below_4gib(size_t size) {
     return platform().map_low(size);
 }
@@ -126,6 +135,14 @@ void unmap(void* memory, size_t size) {
 }  // namespace os
 
 namespace scripted {
+
+std::thread Platform::start_thread(std::function<void()> body) {
+    const std::lock_guard lock(mutex_);
+    if (const int error = std::exchange(thread_error_, 0); error != 0) {
+        throw std::system_error(error, std::generic_category(), "start_thread");
+    }
+    return std::thread(std::move(body));
+}
 
 // Real memory: a test reaches it by the 32-bit address that the device was given.
 void* Platform::map_low(size_t size) {

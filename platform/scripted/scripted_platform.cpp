@@ -126,6 +126,11 @@ void Platform::fail_next_pipe(int error) {
     pipe_error_ = error;
 }
 
+void Platform::fail_next_thread(int error) {
+    const std::lock_guard lock(mutex_);
+    thread_error_ = error;
+}
+
 void Platform::no_low_memory(bool none) {
     const std::lock_guard lock(mutex_);
     no_low_memory_ = none;

@@ -78,6 +78,7 @@ class Platform {
     // The next poll fails with `error`, or times out where it is 0.
     void script_poll_failure(int error);
     void fail_next_pipe(int error);
+    void fail_next_thread(int error);
     void no_low_memory(bool none);
     // POLLHUP alone from now on, until the device is opened again.
     void hang_up(const std::string& path);
@@ -138,6 +139,7 @@ class Platform {
     int poll(struct pollfd* entries, size_t count, int timeout_ms);
     int ioctl(int fd, unsigned long request, void* argument);
     int pipe(int ends[2]);
+    std::thread start_thread(std::function<void()> body);
     const std::vector<std::pair<std::string, uint8_t>>* list(const std::string& path);
     int open_uevent_socket();
     ssize_t receive_uevent(int fd, void* buffer, size_t size);
@@ -201,6 +203,7 @@ class Platform {
     std::function<void(int64_t)> sleep_handler_;
     int next_descriptor_ = -1;
     int pipe_error_ = 0;
+    int thread_error_ = 0;
     int pipes_ = 0;
     int waiting_polls_ = 0;
     int waiting_reads_ = 0;

@@ -105,6 +105,15 @@ TEST_F(RestartListener, WithoutASocketEndsAtOnce) {
     EXPECT_TRUE(logged("E open socket failed"));
 }
 
+TEST_F(RestartListener, WithoutAThreadNobodyListens) {
+    platform().end_uevents();
+    scripted::reset_platform();
+    platform().fail_next_thread(EAGAIN);
+    const SSRHandler listener(daemon_.get());
+    EXPECT_EQ(platform().count("E restart listener cannot be started: "), 1u);
+    EXPECT_FALSE(logged(kListenerCalled));
+}
+
 TEST_F(RestartListener, StoresEveryEventAndNeedsNoDaemon) {
     platform().end_uevents();
     scripted::reset_platform();

@@ -73,6 +73,14 @@ TEST_F(Connection, ReaderWithoutAPipeStillDeliversAndEnds) {
     EXPECT_EQ(platform().count("poll time-out"), 0u);
 }
 
+TEST_F(Connection, ReaderThatCannotBeStartedIsAFailedOpen) {
+    platform().fail_next_thread(EAGAIN);
+    EXPECT_EQ(connect(), -1);
+    EXPECT_THAT(errors(), ElementsAre(GLINK_OPEN_FAILED));
+    EXPECT_EQ(platform().open_descriptors(), 0);
+    EXPECT_EQ(connect(), 0);
+}
+
 TEST_F(Connection, ReaderEndsWhenTheWakeUpCannotBeWritten) {
     EXPECT_EQ(connect(), 0);
     platform().script_write("pipe:1", scripted::failure(EIO));
