@@ -49,6 +49,7 @@ int integer_property(const char* name, char (&value)[PROPERTY_VALUE_MAX],
 
 MarloDaemon::MarloDaemon()
     : com_handler_(std::make_unique<MarloComHandler>()),
+      callback_(com_handler_.get(), this),
       updater_(std::make_unique<marlo_fw_updater>()),
       rma_(std::make_unique<marlo_rma>()) {}
 

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "comhandler/MarloComHandler.h"
@@ -69,16 +68,15 @@ class MarloDaemon {
     bool has_marlo_name(const char* instance, char* name);
     bool load_and_wait();
     void boot_complete(int priority, BootProgress mode);
-    DFUCallback* make_callback();
     void begin_download();
     void push_misc_data_and_start_rma();
 
     std::atomic<bool> is_no_flash_ = false;  // powered up as the variant without flash; stays set
     char pil_state_path_[50] = {};           // empty until the remoteproc instance is found
     std::unique_ptr<MarloComHandler> com_handler_;
-    // Reports of the updater's last session may still be on their way while it is destroyed.
-    std::vector<std::unique_ptr<DFUCallback>> callbacks_;
-    std::mutex callbacks_lock_;
+    // One for every session: it keeps nothing of any. Before the updater, whose last report may
+    // still be on its way while it is destroyed.
+    DFUCallback callback_;
     std::unique_ptr<marlo_fw_updater> updater_;
     std::unique_ptr<SSRHandler> ssr_handler_;  // null until registered
     std::unique_ptr<marlo_rma> rma_;

@@ -130,14 +130,7 @@ int MarloDaemon::startFirmwareUpdate() {
 }
 
 void MarloDaemon::begin_download() {
-    updater_->startMarloDownloaderWithCallback(make_callback());
+    updater_->startMarloDownloaderWithCallback(&callback_);
     updater_->eraseAllRAWPartitionAndContinueDownload();
     notify(BOOT_PROGRESS_UPDATE);
-}
-
-// One for each update. All are kept: a report of an older one may still be on its way.
-DFUCallback* MarloDaemon::make_callback() {
-    const std::lock_guard lock(callbacks_lock_);
-    callbacks_.push_back(std::make_unique<DFUCallback>(com_handler_.get(), this));
-    return callbacks_.back().get();
 }

@@ -45,7 +45,7 @@ int MarloDaemon::startMiscDataFirmwareUpdate() {
     if (updater_ == nullptr) {
         return 0;
     }
-    updater_->startMarloSHMUpdater(make_callback());
+    updater_->startMarloSHMUpdater(&callback_);
     updater_->marloMiscDataUpdateReq();
     os::sleep(kMiscSettleSeconds);
     updater_->endMarloSHMUpdater();

@@ -33,9 +33,9 @@ void marlo_rma::startMarloRmaConnection() {
     channel_user_log::replacing(__func__, previous);
     if (previous != nullptr) {
         // Two readers on one channel would take each other's packets, and would serve requests on
-        // two threads at once.
+        // two threads at once. With its reader gone, nobody is left who could send through it.
         previous->disconnect_interface();
-        retired_.emplace_back(glinkInterface.exchange(nullptr));
+        delete glinkInterface.exchange(nullptr);
     }
     glink_interface* const transport = make_transport_(config).release();
     glinkInterface = transport;

@@ -71,9 +71,5 @@ class marlo_rma {
     uint32_t second_id_ = 0;
 
     std::atomic<glink_interface*> glinkInterface = nullptr;  // owned
-
-    // Transports of earlier connections, disconnected. They are kept because whoever sends has
-    // found its transport without a lock.
-    std::vector<std::unique_ptr<glink_interface>> retired_;
     TransportFactory make_transport_;
 };

@@ -17,7 +17,7 @@ TEST_F(RmaTest, EachStartConnectsAnewAndEndsTheConnectionBefore) {
     rma_.startMarloRmaConnection();
     EXPECT_THAT(platform().transcript({"make", "connect", "disconnect", "delete"}),
                 ElementsAre("make glink_pkt_marlo_rma 40", "connect with reader", "disconnect",
-                            "make glink_pkt_marlo_rma 40", "connect with reader"));
+                            "delete", "make glink_pkt_marlo_rma 40", "connect with reader"));
     const std::string text =
         "startMarloRmaConnection: About to register callbacks with glinkInterface ";
     EXPECT_THAT(log_lines(),
@@ -30,7 +30,7 @@ TEST_F(RmaTest, AChannelThatCannotBeOpenedIsDropped) {
     script_.opens = false;
     rma_.startMarloRmaConnection();
     EXPECT_THAT(platform().transcript({"connect", "E rma_conn_error_cb", "delete"}),
-                ElementsAre("connect with reader", "connect with reader",
+                ElementsAre("connect with reader", "delete", "connect with reader",
                             HasSubstr("conn_error_cb =0"), "delete"));
     EXPECT_EQ(answer_to(message(rma::DISCONNECT)), "");
     EXPECT_EQ(log_lines().back(), "E send_aon_request: glinkInterface != nullptr");
