@@ -1,0 +1,82 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# Writes the seeds that are not text, below fuzz/seeds: fuzz/make_seeds.sh. The other seeds there
+# are files as they come, and findings that were mended.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/seeds"
+
+# Bytes are passed on as hexadecimal digits.
+words() { # NUMBER...: little-endian words
+    local number
+    for number in "$@"; do
+        printf '%02x%02x%02x%02x' $((number & 255)) $((number >> 8 & 255)) \
+            $((number >> 16 & 255)) $((number >> 24 & 255))
+    done
+}
+text() { printf %s "$1" | od -An -v -tx1 | tr -d ' \n'; }
+zeros() { printf '%0*d' $(($1 * 2)) 0; }
+
+# An input is contents, then its decisions from the last to the first (fuzz/harness.h).
+seed() { # TARGET NAME CONTENTS DECISION...
+    local target=$1 name=$2 digits=$3 decision reversed=
+    shift 3
+    for decision in "$@"; do reversed=$(printf '%02x' "$decision")$reversed; done
+    mkdir -p "$target"
+    # shellcheck disable=SC2059
+    printf "$(printf %s "$digits$reversed" | sed 's/../\\x&/g')" >"$target/$name"
+}
+
+# --- dfu: decisions as Download::step reads them; a request is id, count, 1, small words ---
+result=0 session=1 erase=2 state=3 error=4 end=5 raw=6 request=9
+info=3 fragment=7 cancel=10 session_end=13 special=15 # places of the ids in kKnownIds
+seed dfu whole-session "" 0 $erase \
+    $request $special 1 1 0 $request $special 1 1 0 $request $special 4 1 1 0 0 0 \
+    $request $info 1 1 1 $request $fragment 3 1 1 0 100 $request $fragment 3 1 1 250 100 \
+    $request $info 1 1 3 $request $fragment 3 1 3 0 255 $request $session_end 0 1 $end
+seed dfu resumed-in-an-image "" 0 $error 1 $request $special 7 1 1 0 0 2 3 64 36
+seed dfu resumed-at-the-end "" 0 $error 1 $request $special 4 1 1 0 0 3
+seed dfu failed-sends "" 0 $result 2 $request $info 1 1 3 $result 3 $result 4 \
+    $request $fragment 3 1 3 0 50
+seed dfu failed-open "" 0 $end $session 1 $erase $request $info 1 1 3
+seed dfu fragment-at-the-largest-offset "$(words 1 0xffffffff 0xffffffff 1 299 0x10000)" \
+    0 $request $fragment 3 0 $request $fragment 3 0
+seed dfu fragment-too-large "$(words 1 0 0x1000001)" 0 $request $fragment 3 0
+seed dfu cancel-in-short-packets "$(words 7)0500" 0 $raw 4 $raw 2 $raw 0 $request $cancel 0 0
+seed dfu without-images "" 1 $state $request $special 4 1 1 0 0 0 $session 0
+
+# --- flash_patch: a 32-bit or 64-bit image with two program headers, at an offset ---
+elf_header() { # 1|2 COUNT: the headers follow at once
+    local fields
+    printf '7f454c46%02x' "$1"
+    if [ "$1" = 1 ]; then fields="$(zeros 23)$(words 52)$(zeros 12)"; else
+        fields="$(zeros 27)$(words 64 0)$(zeros 16)"
+    fi
+    printf '%s%02x00' "$fields" "$2"
+    zeros 6
+}
+header32() { printf '%s' "$(words 1 "$1" "$2" 0 0 0 0 0)"; } # FILE_OFFSET ADDRESS
+header64() { printf '%s' "$(words 1 0 "$1" 0 "$2" "$3" 0 0 0 0 0 0 0 0)"; }
+seed flash_patch block-32 \
+    "$(zeros 12)$(elf_header 1 2)$(header32 0 0)$(header32 116 0x20147fa4)$(zeros 20)" 0 12 1 7
+seed flash_patch block-cut-by-the-end \
+    "$(elf_header 1 2)$(header32 0 0)$(header32 117 0x20147fa4)$(zeros 20)" 0 0 1 7
+seed flash_patch block-64 \
+    "$(elf_header 2 2)$(header64 0 0 0)$(header64 176 0x20147fa4 0)$(zeros 20)" 0 0 0 3
+seed flash_patch address-above-4-gib \
+    "$(elf_header 2 2)$(header64 0 0 0)$(header64 176 0x20147fa4 1)$(zeros 20)" 0 0 0 3
+seed flash_patch block-over-the-headers \
+    "$(elf_header 1 3)$(header32 0 0)$(header32 112 0x20147fa4)$(header32 148 0x20147fa4)$(zeros 20)" \
+    0 0 1 1
+seed flash_patch block-outside "$(elf_header 1 2)$(header32 0 0)$(header32 0xfffffff0 0x20147fa4)" \
+    0 0 1 1
+seed flash_patch offset-negative "$(words 0x80000000)$(elf_header 1 2)" 1 0 0
+seed flash_patch no-elf "$(text "not an image")" 0 0
+
+# --- version_file: three versions of the running firmware, then the file ---
+seed version_file current "$(text $'APPS.2BT.1DSP.3{\n  "apps_cochip": "APPS.2",\n')$(
+    text $'  "btfw_cochip": "BT.1",\n  "dsp_cochip": "DSP.3&"\n}\n')" 6 4 5
+seed version_file other-versions "$(text $'NOFLASH_PSRAM"apps_cochip": "A"\n"apps_cochip": "B"')" \
+    13 0 0
+seed version_file quotes-ampersands-equals \
+    "$(text $'="a": "apps_cochip&"b": "c"="\n"": "&"": ""dsp_cochip=": "&"\n\n""btfw_cochip": "')" \
+    0 0 0
