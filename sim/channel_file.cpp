@@ -11,7 +11,7 @@ void ChannelFile::release() {
     refuse_held_reads(EBADF);
     forget_poller();
     packet_.clear();
-    coprocessor_.close_channel(channel_);
+    device_.close_channel(channel_);
 }
 
 void ChannelFile::read(fuse_req_t request, size_t size, off_t, bool non_blocking) {
@@ -26,7 +26,7 @@ void ChannelFile::read(fuse_req_t request, size_t size, off_t, bool non_blocking
 
 void ChannelFile::write(fuse_req_t request, std::span<const char> data) {
     const auto* bytes = reinterpret_cast<const uint8_t*>(data.data());
-    const int result = coprocessor_.receive(channel_, {bytes, data.size()});
+    const int result = device_.receive(channel_, {bytes, data.size()});
     if (result < 0) {
         fuse_reply_err(request, -result);
     } else {
@@ -40,6 +40,7 @@ void ChannelFile::poll(fuse_req_t request, fuse_pollhandle* handle) {
         poller_ = handle;
     }
     fuse_reply_poll(request, events());
+    device_.polled(channel_);
 }
 
 void ChannelFile::serve() {
@@ -49,7 +50,7 @@ void ChannelFile::serve() {
         return true;
     });
     while (!held_.empty() && answer(held_.front())) held_.erase(held_.begin());
-    if (poller_ && (events() & (POLLIN | POLLHUP))) {
+    if (poller_ && (events() & (POLLIN | POLLHUP | POLLERR))) {
         fuse_lowlevel_notify_poll(poller_);
         forget_poller();
     }
@@ -61,24 +62,33 @@ void ChannelFile::abandon() {
 }
 
 unsigned ChannelFile::events() const {
-    if (coprocessor_.hung_up(channel_)) return POLLHUP;
-    const bool readable = !packet_.empty() || coprocessor_.readable(channel_);
+    if (const unsigned odd = device_.odd_events(channel_)) return odd;
+    if (device_.hung_up(channel_)) return POLLHUP;
+    const bool readable = !packet_.empty() || device_.readable(channel_);
     return POLLOUT | (readable ? POLLIN : 0u);
 }
 
 // False: there is nothing to answer with yet.
 bool ChannelFile::answer(const HeldRead& read) {
-    if (coprocessor_.hung_up(channel_)) {
-        fuse_reply_buf(read.request, nullptr, 0);
+    if (device_.hung_up(channel_)) {
+        give(read, {});
+        return true;
+    }
+    if (const auto error = device_.read_error(channel_)) {
+        fuse_reply_err(read.request, *error);
         return true;
     }
     if (packet_.empty()) {
-        if (!coprocessor_.readable(channel_)) return false;
-        packet_.refill(coprocessor_.take_packet(channel_));
+        if (!device_.readable(channel_)) return false;
+        packet_.refill(device_.take_packet(channel_));
     }
-    const Bytes piece = packet_.take(read.size);
-    fuse_reply_buf(read.request, reinterpret_cast<const char*>(piece.data()), piece.size());
+    give(read, packet_.take(read.size));
     return true;
+}
+
+void ChannelFile::give(const HeldRead& read, std::span<const uint8_t> bytes) {
+    device_.host_reads(channel_, read.size, bytes);
+    fuse_reply_buf(read.request, reinterpret_cast<const char*>(bytes.data()), bytes.size());
 }
 
 void ChannelFile::refuse_held_reads(int error) {

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "sim/coprocessor.h"
+#include "sim/device.h"
 #include "sim/file_tree.h"
 #include "sim/packet_cutter.h"
 
@@ -14,16 +14,16 @@ namespace sim {
 // block. On a hang-up reads end with 0 and poll reports POLLHUP alone, until the file is closed.
 class ChannelFile : public File {
   public:
-    ChannelFile(Coprocessor& coprocessor, Channel channel)
-        : File(0660, Access::kStream), coprocessor_(coprocessor), channel_(channel) {}
+    ChannelFile(Device& device, Channel channel)
+        : File(0660, Access::kStream), device_(device), channel_(channel) {}
 
-    int open() override { return coprocessor_.open_channel(channel_); }
+    int open() override { return device_.open_channel(channel_); }
     void release() override;
     void read(fuse_req_t request, size_t size, off_t offset, bool non_blocking) override;
     void write(fuse_req_t request, std::span<const char> data) override;
     void poll(fuse_req_t request, fuse_pollhandle* handle) override;
 
-    // Answers held reads and wakes pollers, as far as the co-processor's state now allows. To be
+    // Answers held reads and wakes pollers, as far as the device's state now allows. To be
     // called after everything that can change that state.
     void serve();
     // Answers what is still held, with an error. To be called before the mount goes.
@@ -37,10 +37,11 @@ class ChannelFile : public File {
 
     unsigned events() const;
     bool answer(const HeldRead& read);
+    void give(const HeldRead& read, std::span<const uint8_t> bytes);
     void refuse_held_reads(int error);
     void forget_poller();
 
-    Coprocessor& coprocessor_;
+    Device& device_;
     Channel channel_;
     PacketCutter packet_;
     std::vector<HeldRead> held_;

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "sim/behaviour.h"
+#include "sim/device.h"
 #include "sim/event.h"
 #include "sim/firmware_bundle.h"
 
@@ -29,17 +30,6 @@ class PacketChannel;
 class Reporter;
 class RmaClient;
 struct ControlRequest;
-
-// The daemon's memory, as the kernel driver reaches it. False: the range is not the daemon's.
-class UserMemory {
-  public:
-    virtual ~UserMemory() = default;
-    virtual bool read(uint32_t address, std::span<uint8_t> into) = 0;
-    virtual bool write(uint32_t address, std::span<const uint8_t> from) = 0;
-};
-
-// glink_pkt_marlo_dfu, glink_pkt_marlo_custom_data, glink_pkt_marlo_rma
-enum class Channel { kDfu, kMiscData, kRma };
 
 using MiscFiles = std::map<uint32_t, Bytes>;        // type of the resource -> contents
 using BackingFiles = std::map<std::string, Bytes>;  // name of the file -> contents
@@ -70,18 +60,15 @@ struct Status {
     uint64_t memory_total = 0;  // the co-processor has in mind; 0 before it has begun
 };
 
-class Coprocessor {
+class Coprocessor : public Device {
   public:
     Coprocessor(Behaviour behaviour, FirmwareBundle firmware, Observer& observer);
-    ~Coprocessor();
+    ~Coprocessor() override;
     Coprocessor(const Coprocessor&) = delete;
     Coprocessor& operator=(const Coprocessor&) = delete;
 
-    // Moves the clock on and does what has become due. Call it before every other call, with the
-    // time of that call; a time before the last one is taken as the last one.
-    void set_time(Time now);
-    // When set_time must be called next if nothing else happens; none: nothing is under way.
-    std::optional<Time> next_deadline() const;
+    void set_time(Time now) override;
+    std::optional<Time> next_deadline() const override;
 
     // A restart that the kernel announces: powered down at once, and powered up again after
     // `length`, in the boot mode set last by then; without a length not at all. Events tell of
@@ -89,26 +76,19 @@ class Coprocessor {
     // restart takes the same course on a busy machine.
     void restart_announced(std::optional<Time> length);
 
-    // One request on the control device. `block`: the 32 bytes of the request, or empty for the
-    // read-only requests, which the kernel hands no input. Result >= 0 (the boot mode for "get boot
-    // mode", else 0) or -errno. The block is never changed: replies go to the memory it points to.
-    int ioctl(uint32_t request, std::span<uint8_t> block, UserMemory& memory);
+    int ioctl(uint32_t request, std::span<uint8_t> block, UserMemory& memory) override;
 
-    // 0, -ENODEV (the co-processor does not run), -EBUSY (already open).
-    int open_channel(Channel channel);
-    void close_channel(Channel channel);
+    int open_channel(Channel channel) override;
+    void close_channel(Channel channel) override;
     bool is_open(Channel channel) const;
-    // One packet written by the daemon: bytes taken, -EPIPE (hung up) or -EBADF (not open).
-    int receive(Channel channel, std::span<const uint8_t> packet);
-    bool readable(Channel channel) const;
-    // True from the co-processor's reset or unload until the channel is closed.
-    bool hung_up(Channel channel) const;
-    Bytes take_packet(Channel channel);  // the next packet to the daemon; readable() was true
+    int receive(Channel channel, std::span<const uint8_t> packet) override;
+    bool readable(Channel channel) const override;
+    bool hung_up(Channel channel) const override;
+    Bytes take_packet(Channel channel) override;
 
-    std::string remoteproc_state() const;  // "running\n" or "offline\n"
-    // The bytes written to /sys/power/wake_lock and wake_unlock, as they came (with the NUL).
-    void write_wake_lock(std::string_view name);
-    void write_wake_unlock(std::string_view name);
+    std::string remoteproc_state() const override;
+    void write_wake_lock(std::string_view name) override;
+    void write_wake_unlock(std::string_view name) override;
 
     const Status& status() const { return status_; }
     const FirmwareBundle& firmware() const { return firmware_; }

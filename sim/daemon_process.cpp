@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,20 +23,28 @@ constexpr int kPipeBytes = 1 << 20;
 // A daemon that does nothing but log must not keep us from everything else.
 constexpr int kReadsAtOnce = 16;
 
+void limit(__rlimit_resource_t resource, uint64_t value) {
+    const rlimit both = {value, value};
+    setrlimit(resource, &both);
+}
+
 // Between fork and exec.
-[[noreturn]] void become_daemon(const char* program, const char* root, int log, pid_t parent) {
+[[noreturn]] void become_daemon(const char* program, const char* root, int log, pid_t parent,
+                                const DaemonLimits& limits) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) _exit(1);  // the parent died before the line above
     setpgid(0, 0);                      // Ctrl-C is for the parent, which then ends us
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    signal(SIGPIPE, SIG_DFL);
+    ::signal(SIGPIPE, SIG_DFL);
     const int null = open("/dev/null", O_RDWR);
     dup2(null, STDIN_FILENO);
     dup2(log, STDOUT_FILENO);
     dup2(log, STDERR_FILENO);
     setenv("MARLO_ROOT", root, 1);
+    if (limits.memory) limit(RLIMIT_AS, *limits.memory);
+    if (!limits.may_dump_core) limit(RLIMIT_CORE, 0);
     execl(program, program, static_cast<char*>(nullptr));
     dprintf(STDERR_FILENO, "cannot execute %s: %s\n", program, strerror(errno));
     _exit(127);
@@ -44,7 +53,7 @@ constexpr int kReadsAtOnce = 16;
 }  // namespace
 
 DaemonProcess::DaemonProcess(const std::filesystem::path& program,
-                             const std::filesystem::path& root) {
+                             const std::filesystem::path& root, const DaemonLimits& limits) {
     if (std::filesystem::is_directory(program)) {
         throw std::runtime_error("cannot execute the daemon " + program.string() +
                                  ": it is a directory");
@@ -61,7 +70,7 @@ DaemonProcess::DaemonProcess(const std::filesystem::path& program,
     fcntl(pipe_ends[0], F_SETFL, O_NONBLOCK);
     const pid_t parent = getpid();
     pid_ = fork();
-    if (pid_ == 0) become_daemon(program.c_str(), root.c_str(), pipe_ends[1], parent);
+    if (pid_ == 0) become_daemon(program.c_str(), root.c_str(), pipe_ends[1], parent, limits);
     close(pipe_ends[1]);
     log_ = pipe_ends[0];
     if (pid_ < 0) {
@@ -72,7 +81,7 @@ DaemonProcess::DaemonProcess(const std::filesystem::path& program,
 
 DaemonProcess::~DaemonProcess() {
     if (!ended_) {
-        kill();
+        signal(SIGKILL);
         waitpid(pid_, nullptr, 0);
     }
     if (log_ >= 0) close(log_);
@@ -105,8 +114,8 @@ std::optional<DaemonEnd> DaemonProcess::take_end() {
     return DaemonEnd{WEXITSTATUS(status), std::nullopt};
 }
 
-void DaemonProcess::kill() {
-    if (!ended_) ::kill(pid_, SIGKILL);
+void DaemonProcess::signal(int number) {
+    if (!ended_) kill(pid_, number);
 }
 
 }  // namespace sim

@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -18,13 +19,19 @@ struct DaemonEnd {
     std::optional<int> signal;
 };
 
+struct DaemonLimits {
+    std::optional<uint64_t> memory = {};  // bytes of address space
+    bool may_dump_core = true;
+};
+
 // Runs from construction to destruction, or until it ends by itself. It cannot outlive this
 // process, however that ends.
 class DaemonProcess {
   public:
     // Starts `program` with MARLO_ROOT=`root` added to the environment and its standard output and
     // error on a pipe. Throws std::runtime_error naming the program.
-    DaemonProcess(const std::filesystem::path& program, const std::filesystem::path& root);
+    DaemonProcess(const std::filesystem::path& program, const std::filesystem::path& root,
+                  const DaemonLimits& limits);
     // Kills it and waits for its end: destroy the mounts it uses before, so that it is not stuck in
     // a request that nobody answers any more.
     ~DaemonProcess();
@@ -37,7 +44,7 @@ class DaemonProcess {
     std::vector<std::string> take_log();
     // How it ended, once; empty while it runs and afterwards. Asks without waiting.
     std::optional<DaemonEnd> take_end();
-    void kill();
+    void signal(int number);
 
   private:
     pid_t pid_ = -1;

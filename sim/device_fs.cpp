@@ -33,14 +33,14 @@ constexpr RemoteProcessor kRemoteProcessors[] = {
 
 class ControlDevice : public File {
   public:
-    explicit ControlDevice(Coprocessor& coprocessor)
-        : File(0660, Access::kStream), coprocessor_(coprocessor) {}
+    explicit ControlDevice(Device& device) : File(0660, Access::kStream), device_(device) {}
 
+    int open() override { return device_.open_control(); }
     void ioctl(fuse_req_t request, uint32_t command, std::span<const uint8_t> input,
                size_t output_size) override {
         Bytes block(input.begin(), input.end());
         ProcessMemory memory(fuse_req_ctx(request)->pid);
-        const int result = coprocessor_.ioctl(command, block, memory);
+        const int result = device_.ioctl(command, block, memory);
         if (result < 0) {
             fuse_reply_err(request, -result);
         } else {
@@ -49,7 +49,7 @@ class ControlDevice : public File {
     }
 
   private:
-    Coprocessor& coprocessor_;
+    Device& device_;
 };
 
 // A file whose text is made anew for each read.
@@ -88,7 +88,7 @@ void add_text(FileTree& tree, const std::string& path, std::string text) {
     tree.add(path, std::make_unique<TextFile>([text = std::move(text)] { return text; }));
 }
 
-void add_remote_processors(FileTree& tree, Coprocessor& coprocessor) {
+void add_remote_processors(FileTree& tree, Device& device) {
     for (const RemoteProcessor& processor : kRemoteProcessors) {
         const std::string directory = std::string("class/remoteproc/") + processor.directory;
         add_text(tree, directory + "/name", processor.name);
@@ -96,37 +96,34 @@ void add_remote_processors(FileTree& tree, Coprocessor& coprocessor) {
             add_text(tree, directory + "/state", processor.state);
             continue;
         }
-        tree.add(directory + "/state", std::make_unique<TextFile>([&coprocessor] {
-                     return coprocessor.remoteproc_state();
-                 }));
+        tree.add(directory + "/state",
+                 std::make_unique<TextFile>([&device] { return device.remoteproc_state(); }));
     }
 }
 
-void fill_sys(FileTree& tree, const Start& start, Coprocessor& coprocessor) {
-    add_remote_processors(tree, coprocessor);
+void fill_sys(FileTree& tree, const Start& start, Device& device) {
+    add_remote_processors(tree, device);
     add_text(tree, "class/pmic-lpm/pmic_twm_exit", start.twm_exit);
     add_text(tree, "devices/soc0/platform_subtype_id", start.platform.platform_subtype);
     add_text(tree, "devices/soc0/hw_platform", start.platform.hw_platform);
     add_text(tree, "kernel/dload/dload_mode", start.platform.download_mode);
-    tree.add("power/wake_lock", std::make_unique<CommandFile>([&](std::string_view name) {
-                 coprocessor.write_wake_lock(name);
-             }));
+    tree.add("power/wake_lock", std::make_unique<CommandFile>(
+                                    [&](std::string_view name) { device.write_wake_lock(name); }));
     tree.add("power/wake_unlock", std::make_unique<CommandFile>([&](std::string_view name) {
-                 coprocessor.write_wake_unlock(name);
+                 device.write_wake_unlock(name);
              }));
 }
 
 }  // namespace
 
-DeviceFs::DeviceFs(const std::filesystem::path& root, const Start& start,
-                   Coprocessor& coprocessor) {
-    dev_.add("marlo_com_dev", std::make_unique<ControlDevice>(coprocessor));
+DeviceFs::DeviceFs(const std::filesystem::path& root, const Start& start, Device& device) {
+    dev_.add("marlo_com_dev", std::make_unique<ControlDevice>(device));
     for (const ChannelName& entry : kChannels) {
-        auto file = std::make_unique<ChannelFile>(coprocessor, entry.channel);
+        auto file = std::make_unique<ChannelFile>(device, entry.channel);
         channels_.push_back(file.get());
         dev_.add(entry.file, std::move(file));
     }
-    fill_sys(sys_, start, coprocessor);
+    fill_sys(sys_, start, device);
     mounts_.push_back(std::make_unique<FuseMount>(root / "dev", dev_));
     mounts_.push_back(std::make_unique<FuseMount>(root / "sys", sys_));
 }

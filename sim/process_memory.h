@@ -3,7 +3,7 @@
 
 #include <sys/types.h>
 
-#include "sim/coprocessor.h"
+#include "sim/device.h"
 
 namespace sim {
 

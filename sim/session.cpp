@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/session.h"
 
-#include <poll.h>
-
 #include <algorithm>
-#include <ctime>
+#include <csignal>
 #include <iostream>
 
 #include "sim/backing_files.h"
@@ -19,8 +17,6 @@ using namespace std::chrono_literals;
 
 constexpr std::chrono::seconds kTimeout = 60s;  // many times the longest wait of the daemon, 15 s
 constexpr Time kBetweenRefreshes = 100ms;       // for clocks and rates when nothing happens
-// The kernel itself sends one request to each mount when it is made.
-constexpr int kRequestsOfTheKernel = 2;
 
 std::optional<Time> time_limit(const Options& options) {
     if (options.timeout) return std::chrono::seconds(*options.timeout);
@@ -61,22 +57,19 @@ Session::Session(const Options& options, const Scenario& scenario, SignalWatch& 
                  Display& display)
     : options_(options),
       scenario_(visible_part(scenario, options)),
-      signals_(signals),
       display_(display),
-      root_(options.root, options.keep),
-      properties_(root_.path()),
-      uevents_(root_.path()),
       judge_(scenario_),
-      patience_(time_limit(options)) {
+      patience_(time_limit(options)),
+      machine_(options, signals, *this) {
     if (options_.transcript) transcript_.emplace(*options_.transcript);
-    misc_data_ = provide_misc_data(root_, options_);
+    misc_data_ = provide_misc_data(machine_.root(), options_);
     make_coprocessor();
     prepare_properties();
-    files_ = std::make_unique<DeviceFs>(root_.path(), scenario_.start, *coprocessor_);
+    machine_.mount(scenario_.start, *coprocessor_);
 }
 
 void Session::make_coprocessor() {
-    FirmwareBundle firmware = provide_firmware(root_, options_, scenario_.start);
+    FirmwareBundle firmware = provide_firmware(machine_.root(), options_, scenario_.start);
     Behaviour behaviour = behaviour_for(scenario_, firmware);
     behaviour.faults.insert(behaviour.faults.begin(), options_.faults.begin(),
                             options_.faults.end());
@@ -88,127 +81,78 @@ void Session::make_coprocessor() {
 }
 
 void Session::prepare_properties() {
-    for (const auto& [name, value] : scenario_.start.properties) properties_.set(name, value);
-    properties_.take_changes();  // ours, from before the start
+    for (const auto& [name, value] : scenario_.start.properties) {
+        machine_.properties().set(name, value);
+    }
+    machine_.properties().take_changes();  // ours, from before the start
 }
 
 void Session::start() {
     if (!options_.start_daemon) {
-        std::cout << "start the daemon with: MARLO_ROOT=" << shell_quoted(root_.path()) << " "
+        std::cout << "start the daemon with: MARLO_ROOT=" << shell_quoted(root()) << " "
                   << shell_quoted(fs::absolute(options_.daemon)) << std::endl;
         return;
     }
-    begin_clock();
-    daemon_ = std::make_unique<DaemonProcess>(options_.daemon, root_.path());
-    emit(EventKind::kDaemon, {{"started", daemon_->pid()}});
+    machine_.start_daemon();
+    emit(EventKind::kDaemon, {{"started", machine_.daemon()}});
 }
 
 Session::Result Session::run() {
     for (;;) {
-        wait();
-        const SignalWatch::Arrived signals = signals_.take();
+        const SignalWatch::Arrived signals = machine_.turn(time_to_wait());
         if (signals.terminal_resized) display_.resized();
         if (signals.ending) return finish({{Verdict::kFail, "interrupted"}, signals.ending});
-        take_log();
-        take_properties();
-        if (signals.child_ended) take_daemon_end();
-        answer_requests();
-        advance();
+        give_stimuli();
         const Verdict verdict = this->verdict();
         if (verdict.outcome != Verdict::kRunning) return finish({verdict});
-        display_.refresh(coprocessor_->status(), now());
+        display_.refresh(coprocessor_->status(), machine_.now());
     }
 }
 
-void Session::wait() {
-    std::vector<pollfd> sources = {{signals_.descriptor(), POLLIN, 0},
-                                   {properties_.descriptor(), POLLIN, 0},
-                                   {daemon_ ? daemon_->log_descriptor() : -1, POLLIN, 0}};
-    for (const auto& mount : files_->mounts()) sources.push_back({mount->descriptor(), POLLIN, 0});
+Time Session::time_to_wait() const {
     Time limit = kBetweenRefreshes;
-    if (const auto deadline = next_deadline()) {
-        limit = std::clamp(*deadline - now(), Time{0}, limit);
-    }
-    const timespec timeout = {0, static_cast<long>(limit.count())};
-    ppoll(sources.data(), sources.size(), &timeout, nullptr);
-}
-
-std::optional<Time> Session::next_deadline() const {
-    if (!begin_) return std::nullopt;
-    std::optional<Time> next;
+    if (!machine_.clock_runs()) return limit;
     for (const auto& deadline :
          {coprocessor_->next_deadline(), judge_.next_deadline(), patience_.end()}) {
-        if (deadline && (!next || *deadline < *next)) next = deadline;
+        if (deadline) limit = std::min(limit, *deadline - machine_.now());
     }
-    return next;
+    return std::max(limit, Time{0});
 }
 
-void Session::answer_requests() {
-    for (const auto& mount : files_->mounts()) {
-        const FuseMount::Received received = mount->receive();
-        if (received == FuseMount::Received::kNothing) continue;
-        if (received == FuseMount::Received::kUnmounted) {
-            throw std::runtime_error("somebody has unmounted the device files");
-        }
-        if (++requests_ > kRequestsOfTheKernel && !begin_) begin_clock();
-        // What the daemon wrote before this request has arrived by now, and comes first.
-        take_log();
-        take_properties();
-        coprocessor_->set_time(now());
-        mount->answer();
-        files_->serve_channels();
-    }
+void Session::daemon_logged(std::string line) {
+    emit(EventKind::kDaemon, {{"line", std::move(line)}});
 }
 
-void Session::begin_clock() {
-    begin_ = std::chrono::steady_clock::now();
+void Session::property_written(PropertyChange change) {
+    emit(EventKind::kProperty,
+         {{"name", std::move(change.name)}, {"value", std::move(change.value)}});
 }
 
-void Session::take_log() {
-    if (!daemon_) return;
-    for (std::string& line : daemon_->take_log()) {
-        emit(EventKind::kDaemon, {{"line", std::move(line)}});
-    }
+void Session::daemon_ended(const DaemonEnd& end) {
+    if (end.exit_status) emit(EventKind::kDaemon, {{"exit", *end.exit_status}});
+    if (end.signal) emit(EventKind::kDaemon, {{"signal", *end.signal}});
 }
 
-void Session::take_properties() {
-    for (PropertyChange& change : properties_.take_changes()) {
-        emit(EventKind::kProperty,
-             {{"name", std::move(change.name)}, {"value", std::move(change.value)}});
-    }
-}
-
-void Session::take_daemon_end() {
-    if (!daemon_) return;
-    const std::optional<DaemonEnd> end = daemon_->take_end();
-    if (!end) return;
-    take_log();
-    take_properties();
-    if (end->exit_status) emit(EventKind::kDaemon, {{"exit", *end->exit_status}});
-    if (end->signal) emit(EventKind::kDaemon, {{"signal", *end->signal}});
-}
-
-void Session::advance() {
-    coprocessor_->set_time(now());
-    files_->serve_channels();
-    while (const auto stimulus = judge_.take_stimulus(now())) {
+void Session::give_stimuli() {
+    while (const auto stimulus = judge_.take_stimulus(machine_.now())) {
         if (const auto* change = std::get_if<PropertyChange>(&*stimulus)) {
-            properties_.set(change->name, change->value);
+            machine_.properties().set(change->name, change->value);
         } else {
             coprocessor_->restart_announced(std::get<Restart>(*stimulus).length);
-            files_->serve_channels();
+            machine_.serve_channels();
         }
     }
 }
 
 Verdict Session::verdict() {
-    if (!begin_) return {Verdict::kRunning, ""};
-    Verdict verdict = judge_.verdict(*coprocessor_, now());
+    const Time now = machine_.now();
+    if (!machine_.clock_runs()) return {Verdict::kRunning, ""};
+    Verdict verdict = judge_.verdict(*coprocessor_, now);
     if (verdict.outcome != Verdict::kRunning) return verdict;
     const std::string waiting_for = judge_.waiting_for();
     const bool busy = coprocessor_->next_deadline().has_value();
-    patience_.look(bytes_done(coprocessor_->status()), busy, waiting_for, now());
-    if (patience_.end() && now() >= *patience_.end()) {
+    patience_.look(bytes_done(coprocessor_->status()), busy, waiting_for, now);
+    if (patience_.end() && now >= *patience_.end()) {
         const auto limit = std::chrono::duration_cast<std::chrono::seconds>(*time_limit(options_));
         return {Verdict::kFail, "nothing has moved on for " + std::to_string(limit.count()) +
                                     " s (--timeout), waiting for " + waiting_for};
@@ -221,16 +165,13 @@ std::string Session::wrong_files() {
     std::string why;
     if (scenario_.end.misc_data && !coprocessor_->misc_data_matches(misc_data_, &why)) return why;
     if (!scenario_.end.backing_files) return "";
-    if (daemon_) {
-        files_.reset();  // else it may hang in a request that nobody answers
-        daemon_.reset();
-    }
-    return difference(root_.backing_directory(), coprocessor_->backing_files());
+    machine_.end();
+    return difference(machine_.root().backing_directory(), coprocessor_->backing_files());
 }
 
 Session::Result Session::finish(Result result) {
-    const Time end = now();
-    if (daemon_) daemon_->kill();
+    const Time end = machine_.now();
+    if (machine_.daemon_runs()) machine_.signal_daemon(SIGKILL);
     if (result.verdict.outcome == Verdict::kPass) {
         const std::string wrong = wrong_files();
         if (!wrong.empty()) result.verdict = {Verdict::kFail, wrong};
@@ -254,17 +195,14 @@ void Session::note_idle_faults() const {
     }
 }
 
-Time Session::now() const {
-    return begin_ ? std::chrono::steady_clock::now() - *begin_ : Time{0};
-}
-
 void Session::emit(EventKind kind, nlohmann::json fields) {
-    event({now(), kind, std::move(fields)});
+    event({machine_.now(), kind, std::move(fields)});
 }
 
 void Session::event(const Event& event) {
     judge_.event(event);
-    if (event.kind == EventKind::kUevent) uevents_.announce(event.fields.at("marlo_event"));
+    if (event.kind == EventKind::kUevent)
+        machine_.uevents().announce(event.fields.at("marlo_event"));
     if (transcript_) transcript_->event(event);
     display_.event(event);
 }
