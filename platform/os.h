@@ -20,7 +20,9 @@
 // daemon, the scripted platform (platform/scripted) for tests.
 namespace os {
 
-// To be called once, by main, before anything logs: makes the log show every priority.
+// To be called once, by main, before anything logs: makes the log show every priority, and what the
+// process creates its owner's alone, exactly as asked for, whatever the mask that it was started
+// with.
 void initialize();
 
 // Absolute paths are looked up below the root prefix, where one is set (platform/linux/root.h).

@@ -17,8 +17,9 @@ constexpr const char* kUnfinishedPath = "/data/vendor/aon/unfinished";
 // The daemon's alone: it is another processor's memory, and nobody else has to know what is in it.
 constexpr mode_t kOwnerOnly = 0600;
 
-// O_NONBLOCK: whatever else has the name, opening it waits for nobody.
-constexpr int kFlags = O_NONBLOCK | O_CLOEXEC;
+// O_NOFOLLOW: a symbolic link leads out of the directory, or to another partition. O_NONBLOCK:
+// whatever else has the name, opening it waits for nobody.
+constexpr int kFlags = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
 
 int open_regular_file(const char* path, int flags, struct stat* status) {
     const int fd = os::open(path, flags | kFlags, kOwnerOnly);

@@ -11,7 +11,8 @@
 // of them opened. Nothing is logged here; failures leave errno. Used on the reader thread of the
 // RMA channel, one at a time.
 
-// Where they are. init makes the directory.
+// Where they are. Whoever installs the daemon makes the directory, or a link to one (init on
+// Android, the service on Linux): to make it here would take the right to write next to it.
 inline constexpr const char* backing_file_directory = "/data/vendor/aon/";
 
 // Name of a file in it: the three numbers one after the other, "12" "0" "7" -> "1207".
@@ -31,7 +32,8 @@ Creation create_backing_file(const std::string& path, uint32_t size);
 
 class BackingFile {
   public:
-    // `access` is O_RDONLY or O_RDWR. Not open afterwards unless `path` is a regular file.
+    // `access` is O_RDONLY or O_RDWR. Not open afterwards unless `path` is a regular file itself:
+    // no link is followed.
     BackingFile(const std::string& path, int access);
     ~BackingFile();
     BackingFile(const BackingFile&) = delete;

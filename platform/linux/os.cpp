@@ -16,6 +16,7 @@ namespace os {
 
 void initialize() {
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+    ::umask(S_IRWXG | S_IRWXO);
 }
 
 int open(const char* path, int flags, mode_t mode) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // System properties where there is no property service: one small file each, named after the
-// property. Anyone can read one with cat and set one with echo.
+// property. The daemon's user and root can read one with cat and set one with echo.
 #include <cutils/properties.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -19,8 +19,8 @@ namespace {
 constexpr std::string_view kPersistentPrefix = "persist.";
 constexpr const char* kDirectory = "/run/marlo/properties";
 constexpr const char* kPersistentDirectory = "/var/lib/marlo/properties";
-constexpr mode_t kDirectoryMode = 0755;
-constexpr mode_t kFileMode = 0644;
+constexpr mode_t kDirectoryMode = 0700;
+constexpr mode_t kFileMode = 0600;
 
 // A name that is a file name, too: no slash, and no leading dot, which marks temporary files.
 bool is_valid_name(std::string_view name) {
@@ -58,7 +58,8 @@ std::string read_value(const std::string& path) {
 }
 
 bool write_value(const std::string& path, std::string_view value) {
-    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kFileMode);
+    const int fd =
+        ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kFileMode);
     if (fd < 0) {
         return false;
     }

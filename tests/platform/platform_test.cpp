@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 #include <utils/SystemClock.h>
@@ -72,6 +73,18 @@ TEST(Properties, AreOneFileEachAndPersistentOnesApart) {
     // Nothing temporary is left behind.
     const auto entries = fs::directory_iterator(Root::path / "run/marlo/properties");
     EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
+}
+
+TEST(Properties, AreTheOwnersAloneWhateverTheMask) {
+    fs::remove_all(Root::path / "run");
+    umask(0777);
+    os::initialize();
+    EXPECT_EQ(property_set("vendor.made", "1"), 0);
+    fs::path path = Root::path / "run/marlo/properties/vendor.made";
+    EXPECT_EQ(fs::status(path).permissions(), fs::perms{0600});
+    while ((path = path.parent_path()) != Root::path) {
+        EXPECT_EQ(fs::status(path).permissions(), fs::perms{0700}) << path;
+    }
 }
 
 TEST(Properties, CanBeSetWithEchoAndFallBackToTheDefault) {
