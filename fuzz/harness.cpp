@@ -12,6 +12,8 @@
 #include <cstring>
 #include <memory>
 
+#include "daemon/marlo_deamon_log.h"
+
 namespace fuzz {
 namespace {
 
@@ -34,8 +36,15 @@ void must(bool holds, const char* format, ...) {
 
 void begin() {
     scripted::reset_platform();
+    marlo_deamon_log::set_level(marlo_deamon_log::log_level::verbose);
     g_log_lines = 0;
-    __android_log_set_logger([](const __android_logger_data*, const char*) { ++g_log_lines; });
+    static const bool is_shown = std::getenv("FUZZ_LOG") != nullptr;
+    __android_log_set_logger([](const __android_logger_data*, const char* text) {
+        ++g_log_lines;
+        if (is_shown) {
+            fprintf(stderr, "%s\n", text);
+        }
+    });
 }
 
 size_t log_lines() {

@@ -24,7 +24,8 @@ using scripted::platform;
 // Where `holds` is false: prints the line and aborts, which is a finding.
 [[gnu::format(printf, 2, 3)]] void must(bool holds, const char* format, ...);
 
-// Begins an input: a new, empty platform whose log lines are counted instead of kept.
+// Begins an input: a new, empty platform whose log lines are counted instead of kept. They are
+// shown where the environment has FUZZ_LOG.
 void begin();
 
 // Log lines since begin().

@@ -72,6 +72,34 @@ seed flash_patch block-outside "$(elf_header 1 2)$(header32 0 0)$(header32 0xfff
 seed flash_patch offset-negative "$(words 0x80000000)$(elf_header 1 2)" 1 0 0
 seed flash_patch no-elf "$(text "not an image")" 0 0
 
+# --- rma: decisions as Service::step reads them; errors and calls by their places there ---
+fail_call=0 fail_write=1 occupy=3 reconnect=5 raw=7 request=9
+connect() { echo "$request 0 0 $1 $2 $3 0"; }                # MEMORY_ID SECOND_ID SIZE
+write() { echo "$request 1 $1 $1 1 $2 1 $3 $4"; }            # MEMORY_ID OFFSET SIZE BYTES_THAT_COME
+read_block() { echo "$request 2 0 $1 1 $2 1 $3 0"; }         # MEMORY_ID OFFSET SIZE
+disconnect="$request 5 0 1 1 0 1 0 0"
+# shellcheck disable=SC2046,SC2086
+{
+    seed rma write-and-read "$(zeros 8)$(text "abcd")" \
+        $(connect 1 2 64) $(write 1 8 4 4) $(read_block 1 0 80) $disconnect
+    seed rma two-partitions "$(zeros 16)$(text "abcdefgh")" \
+        $(connect 1 2 16) $(connect 2 2 16) $(write 1 0 4 4) $(write 2 12 4 4) $(read_block 2 0 16)
+    seed rma writes-that-do-not-fit "$(zeros 8)$(text "abcdefgh")" \
+        $(connect 1 2 8) $(write 1 5 4 4) $(write 1 0 5 4) $(write 1 9 0 0) $(write 0 0 1 1)
+    seed rma offsets-above-the-file "$(zeros 8)$(words 0xffffffff 0xffffffff 0xfffffffc)" \
+        $(connect 0 0 8) $request 2 0 0 0 1 4 0 $request 1 0 0 0 1 4 0 $request 2 0 0 0 1 4 0
+    seed rma connect-in-39-bytes "$(words 0 39 0 0 1 1 8 0 0 0 0 0 0)00" $raw 39 $raw 11 $raw 0
+    seed rma creation-fails "$(zeros 24)" $fail_call 1 0 0 0 0 0 $(connect 0 0 9) \
+        $fail_write 5 1 1 0 $(connect 0 0 9) $(connect 0 0 9)
+    seed rma name-is-not-synced "$(zeros 8)" $fail_call 0 0 0 0 0 1 $(connect 0 0 9)
+    seed rma torn-write "$(zeros 8)$(text "abcdefgh")" \
+        $(connect 0 0 16) $fail_write 0 3 2 0 0 0 $fail_write 1 0 0 2 0 0 0 $(write 0 4 8 8)
+    seed rma fifo-in-its-place "$(zeros 8)$(text "ab")" \
+        $occupy 0 0 0 0 $(connect 0 0 9) $(read_block 0 0 4) $(write 0 0 2 2)
+    seed rma no-transport "$(zeros 8)$(text "ab")" \
+        $(connect 0 0 9) $reconnect 1 $(write 0 0 2 2) $reconnect 0 $(read_block 0 0 9)
+}
+
 # --- version_file: three versions of the running firmware, then the file ---
 seed version_file current "$(text $'APPS.2BT.1DSP.3{\n  "apps_cochip": "APPS.2",\n')$(
     text $'  "btfw_cochip": "BT.1",\n  "dsp_cochip": "DSP.3&"\n}\n')" 6 4 5
