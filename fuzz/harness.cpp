@@ -12,6 +12,7 @@
 #include <cstring>
 #include <memory>
 
+#include "comhandler/client_wakelock.h"
 #include "daemon/marlo_deamon_log.h"
 
 namespace fuzz {
@@ -36,6 +37,8 @@ void must(bool holds, const char* format, ...) {
 
 void begin() {
     scripted::reset_platform();
+    // The process's wakelock opens its files once: now, while there are none.
+    client_wakelock::get_instance();
     marlo_deamon_log::set_level(marlo_deamon_log::log_level::verbose);
     g_log_lines = 0;
     static const bool is_shown = std::getenv("FUZZ_LOG") != nullptr;

@@ -72,6 +72,32 @@ seed flash_patch block-outside "$(elf_header 1 2)$(header32 0 0)$(header32 0xfff
 seed flash_patch offset-negative "$(words 0x80000000)$(elf_header 1 2)" 1 0 0
 seed flash_patch no-elf "$(text "not an image")" 0 0
 
+# --- misc_data: two files, how the first write goes, how the open goes; then, packet by packet,
+# the answer and how the next write goes ---
+two_files="0 0 100 0 0 48" no_settings="0 0 100 1" plain=4
+begin="$plain 0" lost=2 busy=3 in_parts=0
+limit64="6 4" limit16="6 8" limit4096="6 7" refusal="0 0 1 0 0" silence=4
+# shellcheck disable=SC2086
+{
+    good="$limit4096 $plain"
+    seed misc_data two-files "" $two_files $begin $good $good $good $good $good $good $good
+    good="$limit64 $plain"
+    seed misc_data small-packets "" $no_settings $begin $good $good $good $good $good $good
+    seed misc_data limit-of-the-header "" $no_settings $begin $limit16 $plain
+    seed misc_data refused-three-times "" \
+        $no_settings $begin $refusal $plain $refusal $plain $refusal $plain
+    seed misc_data no-answer "" $two_files $begin $silence $plain $silence $plain $silence $plain
+    seed misc_data lost-start-and-data "" $no_settings $lost 0 $limit64 $plain $good \
+        $limit64 $plain $limit64 $lost $good $good
+    seed misc_data writes-in-parts-and-late "" $no_settings $in_parts 6 0 0 \
+        $limit64 $busy 99 $good $limit64 $in_parts 20 1 $limit64 $busy 109 $good
+    seed misc_data answer-in-parts "$(zeros 20)$(words 64)" $no_settings $begin 3 12 12 $plain $good
+    seed misc_data answer-too-long "$(zeros 20)$(words 64 1 2 3 4)" \
+        $no_settings $begin 1 40 $plain $good
+    seed misc_data hang-up-in-an-answer "$(zeros 8)" $no_settings $begin 5 1 8 $plain
+    seed misc_data eagain-as-an-answer "" $no_settings $begin $good 2 2 $plain 2 2 $plain
+}
+
 # --- rma: decisions as Service::step reads them; errors and calls by their places there ---
 fail_call=0 fail_write=1 occupy=3 reconnect=5 raw=7 request=9
 connect() { echo "$request 0 0 $1 $2 $3 0"; }                # MEMORY_ID SECOND_ID SIZE

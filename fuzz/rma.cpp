@@ -147,7 +147,7 @@ class Model {
         }
         must(block.size() == word_at(request_, 24), "a block of %u bytes has %zu",
              word_at(request_, 24), block.size());
-        must(block.size() <= 16U * 1024 * 1024, "a block of %zu bytes", block.size());
+        must(block.size() <= size_t{16} * 1024 * 1024, "a block of %zu bytes", block.size());
         must(files_.contains(partition()), "a block of no partition");
         const Bytes& file = files_[partition()];
         const size_t inside =
