@@ -44,19 +44,6 @@ Creation write_zeros(int fd, uint32_t size) {
     return is_whole ? Creation::created : Creation::not_written;
 }
 
-// The names in the directory, to the disk.
-bool sync_directory() {
-    const int fd = os::open(backing_file_directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    const bool done = synced(fd);
-    const int error = errno;
-    os::close(fd);
-    errno = error;
-    return done;
-}
-
 // For what has failed: errno stays.
 void remove_file(const char* path) {
     const int error = errno;
@@ -68,6 +55,18 @@ void remove_file(const char* path) {
 
 std::string backing_file_name(uint32_t first, uint32_t second, uint32_t third) {
     return std::to_string(first) + std::to_string(second) + std::to_string(third);
+}
+
+bool sync_backing_directory() {
+    const int fd = os::open(backing_file_directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    const bool done = synced(fd);
+    const int error = errno;
+    os::close(fd);
+    errno = error;
+    return done;
 }
 
 Creation create_backing_file(const std::string& path, uint32_t size) {
@@ -92,7 +91,7 @@ Creation create_backing_file(const std::string& path, uint32_t size) {
         remove_file(kUnfinishedPath);
         return outcome == Creation::created ? Creation::not_written : outcome;
     }
-    if (!sync_directory()) {
+    if (!sync_backing_directory()) {
         remove_file(path.c_str());
         return Creation::not_written;
     }

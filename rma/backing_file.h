@@ -30,6 +30,9 @@ enum class Creation {
 // are on the disk, so that a power cut leaves no file or a whole one; so does every failure.
 Creation create_backing_file(const std::string& path, uint32_t size);
 
+// True once the names of all files are on the disk.
+bool sync_backing_directory();
+
 class BackingFile {
   public:
     // `access` is O_RDONLY or O_RDWR. Not open afterwards unless `path` is a regular file itself:

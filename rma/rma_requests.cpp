@@ -71,6 +71,11 @@ void marlo_rma::prepare_partition(uint32_t size) {
     switch (create_backing_file(path, size)) {
         case Creation::exists:
             MARLO_LOG_FOR(kEventName, error, "file exists %s  ", path.c_str());
+            // Whoever gave it its name may have been killed right afterwards.
+            if (!sync_backing_directory()) {
+                MARLO_LOG_FOR(kEventName, error, "a power cut may take %s: %s", path.c_str(),
+                              strerror(errno));
+            }
             break;
         case Creation::created:
             MARLO_LOG_FOR(kEventName, debug, "size of file %d ", shown(size));

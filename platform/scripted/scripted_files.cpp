@@ -14,8 +14,21 @@ Platform::File& Platform::made(const std::string& path) {
     Node& node = nodes_[path];
     if (node.file == nullptr) {
         node.file = std::make_shared<File>();
+        node.file->id = ++files_made_;
+        observe({.kind = DiskChange::Kind::created, .file = node.file->id, .path = path});
     }
     return *node.file;
+}
+
+void Platform::on_disk_change(DiskObserver observer) {
+    const std::lock_guard lock(mutex_);
+    disk_observer_ = std::move(observer);
+}
+
+void Platform::observe(const DiskChange& change) const {
+    if (disk_observer_) {
+        disk_observer_(change);
+    }
 }
 
 bool Platform::exists(const std::string& path) const {
@@ -69,6 +82,11 @@ void Platform::store(Descriptor& descriptor, const Bytes& bytes, std::optional<i
     contents.resize(std::max(contents.size(), start + bytes.size()));
     std::copy(bytes.begin(), bytes.end(), contents.begin() + static_cast<ptrdiff_t>(start));
     descriptor.position += offset ? 0 : bytes.size();
+    observe({.kind = DiskChange::Kind::written,
+             .file = descriptor.file->id,
+             .path = descriptor.path,
+             .offset = start,
+             .bytes = bytes});
 }
 
 int Platform::sync(const std::string& call, int fd) {
@@ -78,7 +96,14 @@ int Platform::sync(const std::string& call, int fd) {
         errno = EBADF;
         return -1;
     }
-    return finish_call(call + " " + found->second.path, 0);
+    const Descriptor& descriptor = found->second;
+    const int result = finish_call(call + " " + descriptor.path, 0);
+    if (result == 0) {
+        observe({.kind = DiskChange::Kind::synced,
+                 .file = descriptor.file->id,
+                 .path = descriptor.path});
+    }
+    return result;
 }
 
 int Platform::rename(const std::string& from, const std::string& to) {
@@ -87,6 +112,10 @@ int Platform::rename(const std::string& from, const std::string& to) {
     const int result = finish_call("rename " + from + " " + to, possible ? 0 : ENOENT);
     if (result == 0) {
         nodes_[to].file = std::exchange(nodes_[from].file, nullptr);
+        observe({.kind = DiskChange::Kind::renamed,
+                 .file = nodes_[to].file->id,
+                 .path = from,
+                 .new_path = to});
     }
     return result;
 }
@@ -96,6 +125,7 @@ int Platform::unlink(const std::string& path) {
     const int result = finish_call("unlink " + path, exists(path) ? 0 : ENOENT);
     if (result == 0) {
         nodes_[path].file = nullptr;
+        observe({.kind = DiskChange::Kind::unlinked, .path = path});
     }
     return result;
 }

@@ -30,6 +30,7 @@ int Platform::open(const char* path, int flags, unsigned int mode) {
     }
     if (S_ISREG(node.file->mode) && (flags & O_TRUNC) != 0) {
         node.file->contents.clear();
+        observe({.kind = DiskChange::Kind::truncated, .file = node.file->id, .path = path});
     }
     node.hung_up = false;
     descriptors_[fd] = {path, flags, node.file};

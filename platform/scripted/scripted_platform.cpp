@@ -56,7 +56,11 @@ Step failure(int error) {
 
 void Platform::file(const std::string& path, const std::string& contents) {
     const std::lock_guard lock(mutex_);
-    made(path).contents = bytes_of(contents);
+    File& file = made(path);
+    file.contents = bytes_of(contents);
+    observe({.kind = DiskChange::Kind::truncated, .file = file.id, .path = path});
+    observe(
+        {.kind = DiskChange::Kind::written, .file = file.id, .path = path, .bytes = file.contents});
 }
 
 void Platform::device(const std::string& path) {

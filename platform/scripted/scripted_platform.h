@@ -18,13 +18,13 @@
 #include <utility>
 #include <vector>
 
+#include "platform/scripted/disk.h"
+
 // The platform that tests link instead of platform/linux: files in memory, devices whose answers a
 // test scripts, properties, a clock that only waits move, and one transcript of all
 // that happened, in order. It stands behind platform/os.h, Android's properties, the boot clock
 // and the log.
 namespace scripted {
-
-using Bytes = std::vector<uint8_t>;
 
 Bytes bytes_of(const std::string& text);
 
@@ -87,6 +87,8 @@ class Platform {
     void on_write(const std::string& path, std::function<void(const Bytes&)> handler);
     // Called whenever a wait has moved the clock, with the seconds since the start.
     void on_sleep(std::function<void(int64_t)> handler);
+    // Told of every change of a file, with the platform's lock held.
+    void on_disk_change(DiskObserver observer);
     // The wait with this number, counted from 1 on the calling thread, throws Stopped.
     void stop_after_sleeps(int count);
     void property(const std::string& name, const std::string& value);
@@ -153,6 +155,7 @@ class Platform {
     struct File {
         Bytes contents;
         unsigned int mode = 0100644;
+        int id = 0;
     };
     // A path: what is there, and what is scripted for it.
     struct Node {
@@ -175,6 +178,7 @@ class Platform {
 
     // Files (scripted_files.cpp); with the mutex held.
     File& made(const std::string& path);
+    void observe(const DiskChange& change) const;
     bool exists(const std::string& path) const;
     bool has_directory(const std::string& path) const;
     int open_error(const std::string& path, int flags);
@@ -201,6 +205,8 @@ class Platform {
     std::deque<int> poll_failures_;
     IoctlHandler ioctl_handler_;
     std::function<void(int64_t)> sleep_handler_;
+    DiskObserver disk_observer_;
+    int files_made_ = 0;
     int next_descriptor_ = -1;
     int pipe_error_ = 0;
     int thread_error_ = 0;

@@ -61,6 +61,10 @@ TEST_F(RmaTest, WhatWasThereStays) {
     connect(7, 17, 16);
     EXPECT_EQ(contents("7177"), "kept");
     EXPECT_EQ(logged("file exists /data/vendor/aon/7177  "), 1u);
+    platform().fail_call(std::string("fsync ") + kDirectory, EIO);
+    connect(7, 17, 16);
+    EXPECT_EQ(log_lines().end()[-2],
+              "E event: a power cut may take /data/vendor/aon/7177: Input/output error");
     // What a power cut left of another partition, and one of no size.
     file("unfinished", "longer than the partition that comes");
     connect(8, 0, 4);
