@@ -58,7 +58,7 @@ void marlo_fw_updater::sendmarloImageOffsetRes(uint32_t image_id, uint32_t offse
     std::span<const uint8_t> image;
     uint32_t percentage = 0;
     if (resource != nullptr) {
-        image = resource->data;
+        image = resource->data == nullptr ? image : *resource->data;
         percentage = dfu::progress_percentage(offset, resource->size);
     }
     report(Callback::STATUS_INFO, "Image ID: ", image_id, " flash write ", percentage,

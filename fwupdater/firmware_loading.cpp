@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Loads the images that a session serves: those of the partition table, and two fixed ones.
+#include <map>
 #include <new>
 #include <utility>
 
@@ -12,8 +13,9 @@ namespace {
 constexpr int32_t kFlashImageId = 1;
 constexpr int32_t kPartition1ImageId = 2;
 
-// The operation in whose name its steps log.
+// The operations in whose names their steps log.
 constexpr const char* kLoading = "parsePartitionAndSaveFw";
+constexpr const char* kReading = "readFile";
 
 std::optional<PartitionTable> load_partition_table(const std::string& path) {
     const std::optional<std::vector<uint8_t>> xml = read_regular_file(path);
@@ -51,9 +53,28 @@ void log_partition(const PartitionElement& element) {
     }
 }
 
-void store_image(marlo_fw_resource& resource, const char* shown_name, std::vector<uint8_t> data) {
+using Image = marlo_fw_resource::Image;
+
+Image shared(std::vector<uint8_t> data) {
+    return std::make_shared<const std::vector<uint8_t>>(std::move(data));
+}
+
+// A file that many partitions name is read for the first of them.
+Image image_at(const std::string& path, std::map<std::string, Image>& read_before) {
+    Image& image = read_before[path];
+    const std::string whole_path = fw_image_dir + path;
+    if (image == nullptr) {
+        auto data = read_logged_file(whole_path, kReading);
+        image = data ? shared(*std::move(data)) : nullptr;
+    } else {
+        MARLO_LOG_FOR(kReading, debug, "readFile Path : %s", whole_path.c_str());
+    }
+    return image;
+}
+
+void store_image(marlo_fw_resource& resource, const char* shown_name, Image data) {
+    resource.size = data == nullptr ? 0 : static_cast<uint32_t>(data->size());
     resource.data = std::move(data);
-    resource.size = static_cast<uint32_t>(resource.data.size());
     MARLO_LOG_FOR(kLoading, debug, "firmware %s resource Size : %d", shown_name,
                   static_cast<int>(resource.size));
 }
@@ -103,6 +124,7 @@ void marlo_fw_updater::load_partitions(const PartitionTable& table) {
         MARLO_LOG_FOR(kLoading, debug, "no_of_partitions : %s", table.no_of_partitions->c_str());
     }
     PartitionValues values;
+    std::map<std::string, Image> read_before;
     for (const PartitionElement& element : table.partitions) {
         log_partition(element);
         values.carry_over(element);
@@ -114,7 +136,8 @@ void marlo_fw_updater::load_partitions(const PartitionTable& table) {
         resource->isErasable = values.is_erasable;
         if (!values.image_path.empty()) {
             resource->image_path = values.image_path;
-            store_image(*resource, values.partition_name.c_str(), readFile(values.image_path));
+            store_image(*resource, values.partition_name.c_str(),
+                        image_at(values.image_path, read_before));
         }
         fw_resources.append(std::move(resource));
     }
@@ -126,12 +149,12 @@ void marlo_fw_updater::append_fixed_image(int32_t img_id, const char* name, cons
     resource->img_id = img_id;
     resource->partition_name = name;
     resource->image_path = name;
-    store_image(*resource, file, std::move(data));
+    store_image(*resource, file, shared(std::move(data)));
     fw_resources.append(std::move(resource));
 }
 
 std::vector<uint8_t> marlo_fw_updater::readFile(const std::string& path) {
-    return read_logged_file(fw_image_dir + path, __func__).value_or(std::vector<uint8_t>());
+    return read_logged_file(fw_image_dir + path, kReading).value_or(std::vector<uint8_t>());
 }
 
 bool marlo_fw_updater::checkForFlashbin() {

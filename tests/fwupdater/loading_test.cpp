@@ -40,6 +40,8 @@ TEST_F(Loading, PartitionsThenFixedImages) {
               "send 4: 7 0 0\nsend 4: 8 8 0\nsend 4: 9 8 0\nsend 4: 10 0 0\n"
               "send 4: 1 5 0\nsend 4: 2 5 0\nsend 4: 3 0 0\nsend 4: 4294967295 0 0\n");
     EXPECT_EQ(logged("firmware seven resource Size : 8"), 2U);
+    EXPECT_EQ(logged("readFile Path : /vendor/firmware_mnt/image//eight.bin"), 2U);
+    EXPECT_EQ(logged("open /vendor/firmware_mnt/image//eight.bin"), 1U);  // and held once
     EXPECT_EQ(logged("firmware flash.bin resource Size : 5"), 1U);
     EXPECT_EQ(logged("File open failed : /vendor/firmware_mnt/image/missing.bin"), 1U);
     EXPECT_EQ(scripted::platform().open_descriptors(), 0);
