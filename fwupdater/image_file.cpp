@@ -39,6 +39,10 @@ std::optional<Bytes> read_regular_file(int fd, const std::string& path) {
         if (count < 0) {
             return std::nullopt;
         }
+        if (static_cast<size_t>(count) < bytes->size()) {
+            MARLO_LOG(error, "only %zd of the %zu bytes of %s could be read", count, bytes->size(),
+                      path.c_str());
+        }
         bytes->resize(static_cast<size_t>(count));
     }
     return bytes;

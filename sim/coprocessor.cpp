@@ -104,8 +104,8 @@ bool Coprocessor::misc_data_matches(const MiscFiles& files, std::string* why) co
     return misc_data_->matches(files, why);
 }
 
-BackingFiles Coprocessor::backing_files() const {
-    return rma_->backing_files();
+BackingFiles Coprocessor::backing_files(bool with_unanswered) const {
+    return rma_->backing_files(with_unanswered);
 }
 
 std::string Coprocessor::remoteproc_state() const {
@@ -223,8 +223,25 @@ int Coprocessor::load() {
 }
 
 void Coprocessor::hang_up() {
-    for (PacketChannel* channel : channels_) channel->hang_up();
+    hang_up_channels();
     misc_data_->forget();
+}
+
+void Coprocessor::hang_up_channels() {
+    for (PacketChannel* channel : channels_) channel->hang_up();
+}
+
+void Coprocessor::device_rebooted() {
+    hang_up();
+    for (PacketChannel* channel : channels_) channel->close();
+    power_up_at_.reset();
+    status_.boot_mode = behaviour_.boot_mode;
+    status_.running = behaviour_.running;
+    running_mode_ = behaviour_.boot_mode;
+    status_.spi_busy = false;
+    status_.boot_status.reset();
+    status_.wakelock_held = false;
+    emit_new_state();
 }
 
 void Coprocessor::restart_announced(std::optional<Time> length) {
@@ -242,9 +259,9 @@ bool Coprocessor::any_hung_up() const {
 
 void Coprocessor::power_up() {
     power_up_at_.reset();
-    if (status_.running) return;  // the daemon has loaded it meanwhile
+    // Unless the daemon has loaded it meanwhile, which is announced as well.
+    if (!status_.running) running_mode_ = status_.boot_mode;
     status_.running = true;
-    running_mode_ = status_.boot_mode;
     emit_new_state();
     reporter_->emit(EventKind::kUevent, {{"marlo_event", kPoweredUp}});
 }

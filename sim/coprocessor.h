@@ -76,6 +76,13 @@ class Coprocessor : public Device {
     // restart takes the same course on a busy machine.
     void restart_announced(std::optional<Time> length);
 
+    // The channels that are open hang up; the co-processor goes on.
+    void hang_up_channels();
+
+    // The whole device was switched off and on: nobody has anything open, and what is not in the
+    // flash or in files of the host is as it was at first.
+    void device_rebooted();
+
     int ioctl(uint32_t request, std::span<uint8_t> block, UserMemory& memory) override;
 
     int open_channel(Channel channel) override;
@@ -100,8 +107,9 @@ class Coprocessor : public Device {
     // Compares the misc data received since the co-processor was started with the files that the
     // host has of it; a type without a file must not have been sent. False: as above.
     bool misc_data_matches(const MiscFiles& files, std::string* why) const;
-    // What the host must have in /data/vendor/aon once "rma ends" was told.
-    BackingFiles backing_files() const;
+    // What the host must have in /data/vendor/aon once "rma ends" was told. Before that it may be
+    // one write ahead, the one that it has not acknowledged: `with_unanswered` shows that.
+    BackingFiles backing_files(bool with_unanswered = false) const;
 
   private:
     int execute(const ControlRequest& request, UserMemory& memory);

@@ -24,11 +24,14 @@ void DfuClient::update_request(std::span<const uint8_t> packet) {
         reporter_.fail("MG_UPDT_REQ without a state query that was answered INIT before it");
         return;
     }
+    bool skipped_erases = false;
     for (size_t i = 0; i < range_requested_.size(); ++i) {
         if (range_requested_[i] || erases_lost_) continue;
         reporter_.fail("MG_UPDT_REQ before the erase of partition " +
                        firmware_.erase_ranges[i].name);
+        skipped_erases = true;
     }
+    erases_lost_ = erases_lost_ || skipped_erases;
     init_reported_ = false;
     status_.phase = Phase::kImages;
     reporter_.emit(EventKind::kPhase, {{"phase", "session begins"}});
@@ -114,8 +117,8 @@ Flash& DfuClient::bank(const Image& image) {
     return image.id == kFlashImageId ? flash_image_bank_ : partition_1_bank_;
 }
 
-// What the host is not told to erase, and what it asked for in vain, the co-processor erases itself
-// before it writes an image there.
+// What the host is not told to erase, what it asked for in vain and what it has left out, the
+// co-processor erases itself before it writes an image there.
 void DfuClient::erase_own_ranges(const Image& image) {
     Flash& flash = bank(image);
     uint64_t at = image.offset;

@@ -253,10 +253,18 @@ void RmaClient::step_done() {
     if (next_ == count) reporter_.emit(EventKind::kPhase, {{"phase", "rma ends"}});
 }
 
-BackingFiles RmaClient::backing_files() const {
+BackingFiles RmaClient::backing_files(bool with_unanswered) const {
     BackingFiles files;
     for (size_t i = 0; i < memory_.size(); ++i) {
         if (memory_[i]) files[file_name(program_.partitions[i])] = *memory_[i];
+    }
+    if (!with_unanswered || next_ == program_.steps.size()) return files;
+    const RmaStep& step = program_.steps[next_];
+    const Request write = {rma::kDataWrite, Purpose::kProgram, step, 0, false};
+    if (step.kind == RmaStep::kWrite && memory_[step.partition] &&
+        write_result(write) == kWritten) {
+        Bytes& file = files.at(file_name(program_.partitions[step.partition]));
+        std::copy(step.data.begin(), step.data.end(), file.begin() + step.offset);
     }
     return files;
 }

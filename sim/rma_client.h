@@ -29,8 +29,8 @@ class RmaClient : public PacketChannel {
     void receive(std::span<const uint8_t> packet) override;
 
     // What the host must have on disk, byte for byte and nothing else. Between a write and its
-    // answer the host may be one step ahead.
-    BackingFiles backing_files() const;
+    // answer the host may be one step ahead: `with_unanswered` shows it there.
+    BackingFiles backing_files(bool with_unanswered) const;
 
   private:
     enum class Purpose { kConnectFirst, kReadBack, kProgram };

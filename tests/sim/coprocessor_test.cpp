@@ -122,7 +122,7 @@ TEST(Coprocessor, LoadDuringARestartOrNoPowerUpAtAll) {
     host.model.set_time(1000h);
     EXPECT_EQ(host.model.remoteproc_state(), "offline\n");
     const auto told = restarts_told(host);
-    EXPECT_EQ(std::count(told.begin(), told.end(), R"({"marlo_event":4})"), 0);
+    EXPECT_EQ(std::count(told.begin(), told.end(), R"({"marlo_event":4})"), 1);
 }
 
 TEST(Coprocessor, JudgesTheWakelock) {

@@ -138,8 +138,6 @@ TEST(DfuClient, HostMessagesOutOfTurn) {
     host.ask_state();
     host.answer();
     EXPECT_EQ(host.first_failure(), "MG_UPDT_REQ before the erase of partition SCRATCH");
-    EXPECT_THAT(host.model.failures().back(),
-                HasSubstr("at flash offset 0x00150000, which is not erased"));
 }
 
 TEST(DfuClient, PacketNeedsHostModeWakelockAndChannel) {
@@ -175,7 +173,7 @@ TEST(DfuClient, ResumesAfterTheChannelWasLostAtEveryRequest) {
     }
 }
 
-TEST(DfuClient, ErasesByItselfOnlyWhatTheHostIsNotToldToErase) {
+TEST(DfuClient, ErasesByItselfWhatTheHostHasSkipped) {
     FirmwareBundle firmware;
     firmware.erase_ranges = {{"MIDDLE", 100, 50}};
     firmware.images = {{3, "ACROSS", Bytes(300, 1), true, 0}};
@@ -183,8 +181,8 @@ TEST(DfuClient, ErasesByItselfOnlyWhatTheHostIsNotToldToErase) {
     host.ask_state();
     host.answer();
     EXPECT_THAT(host.model.failures(),
-                testing::ElementsAre(HasSubstr("MG_UPDT_REQ before the erase"),
-                                     HasSubstr("flash offset 0x00000064, which is not erased")));
+                testing::ElementsAre("MG_UPDT_REQ before the erase of partition MIDDLE"));
+    EXPECT_TRUE(host.model.flash_matches(nullptr));
 }
 
 TEST(DfuClient, WorksAtTheFlashRate) {
