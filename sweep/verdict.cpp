@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sweep/verdict.h"
+
+#include <algorithm>
+
+#include "sweep/process.h"
+
+namespace sweep {
+namespace {
+
+LifeSetup later_life(const DeviceSetup& device, const Life& life, bool reboots) {
+    LifeSetup setup{&device, life.trace};
+    setup.reboots = reboots;
+    setup.first = false;
+    return setup;
+}
+
+// What no fault excuses; empty: nothing of the kind.
+std::string inexcusable(const Life& life) {
+    if (!life.lies.empty()) return life.lies.front();
+    if (life.end == "aborted" && life.may_abort) return "";
+    if (life.end != "quiet" && life.end != "killed" && !life.end.starts_with("exit ")) {
+        return "the daemon: " + life.end;
+    }
+    // Each call that moves something on may need a few passes and some dozen lines; a reader that
+    // nobody feeds makes a hundred passes a second.
+    const uint64_t seconds = static_cast<uint64_t>(life.seconds) + 1;
+    if (life.polls > 8 * life.progress + 110 * seconds) {
+        return "too many polls: " + std::to_string(life.polls);
+    }
+    if (life.log_lines > 60 * life.progress + 600 * seconds + 2'000) {
+        return "too many log lines: " + std::to_string(life.log_lines);
+    }
+    return "";
+}
+
+// What is required to be passed over: files whose absence stands for a default, and properties
+// that cannot be written, go without a word; an image that cannot be read is served as an empty
+// one, and without its platform facts another flash image is.
+struct Allowance {
+    std::string_view begin;  // of the path or property
+    bool is_silent;
+    bool flash_differs;
+};
+constexpr Allowance kAllowances[] = {
+    {"/sys/class/remoteproc", true, false},
+    {"/sys/devices/soc0/", true, true},
+    {"/sys/kernel/dload/", true, true},
+    {"/vendor/firmware_mnt/image/tbx7700_ver_info.txt", true, false},
+    {"/vendor/firmware_mnt/image/", false, true},
+    {"persist.", true, false},
+    {"vendor.", true, false},
+};
+
+Allowance allowance_for(const Life& life) {
+    for (const Allowance& allowance : kAllowances) {
+        if (life.struck_at && life.struck_at->starts_with(allowance.begin)) return allowance;
+    }
+    return {"", false, false};
+}
+
+bool has_reported(const Life& life, const Life& without_fault) {
+    return std::any_of(life.complaints.begin(), life.complaints.end(), [&](const auto& line) {
+        const auto usual = without_fault.complaints.find(line.first);
+        return usual == without_fault.complaints.end() || usual->second < line.second;
+    });
+}
+
+// The model's checks do not count where the fault has spoiled what was said; and of a packet that
+// never came, or a result that is no failure, the daemon knows nothing: it is for the co-processor
+// to ask again. A failed read may leave the rest of a packet, which then counts as the next one.
+bool spoils_the_wire(const Plan& plan) {
+    return plan.occasion == Occasion::kReadChannel || plan.fault.effect == Effect::kDisturbs ||
+           plan.fault.effect == Effect::kLoses || plan.fault.effect == Effect::kShortens ||
+           plan.fault.effect == Effect::kGives;
+}
+
+Judgement miss(const std::string& why) {
+    return {Outcome::kMiss, why};
+}
+
+// One run, from the life that the fault strikes to the one that all is well in.
+class Run {
+  public:
+    Run(const DeviceSetup& device, const Course& course, const Plan& plan, bool eager,
+        bool shows_log)
+        : device_(device), course_(course), plan_(plan), eager_(eager), shows_log_(shows_log) {}
+
+    Judgement judge();
+
+  private:
+    Life live(LifeSetup setup);
+    bool is_well(const State& state, std::vector<State> goals) const;
+    Judgement judge_later(const Life& first);
+
+    const DeviceSetup& device_;
+    const Course& course_;
+    const Plan& plan_;
+    const bool eager_;
+    const bool shows_log_;
+    Allowance allowance_ = {"", false, false};
+};
+
+Life Run::live(LifeSetup setup) {
+    setup.eager = eager_;
+    setup.shows_log = shows_log_;
+    Life life = live_in_process(setup);
+    if (setup.plan) allowance_ = allowance_for(life);
+    if (allowance_.flash_differs) {
+        remove(life.states, "flash");
+        std::erase_if(life.lies, [](const auto& lie) { return lie.starts_with(kUntrueUpdate); });
+    }
+    if (spoils_the_wire(plan_)) {
+        std::erase_if(life.lies, [](const auto& lie) { return lie.starts_with(kStrayFile); });
+    }
+    return life;
+}
+
+bool Run::is_well(const State& state, std::vector<State> goals) const {
+    if (allowance_.flash_differs) remove(goals, "flash");
+    return is_as_good_as(state, goals);
+}
+
+Judgement Run::judge() {
+    LifeSetup setup{&device_};
+    setup.plan = plan_;
+    setup.goals = course_.first.states;
+    const Life life = live(setup);
+    const std::string bad = inexcusable(life);
+    if (!bad.empty()) return miss(bad);
+    if (!life.struck_at) return {Outcome::kIdle, ""};
+    if (life.end != course_.first.end) return judge_later(life);  // killed, or ended by the rule
+    const bool has_told = has_reported(life, course_.first);
+    const bool is_spoiled = spoils_the_wire(plan_);
+    if (is_well(life.states.front(), course_.first.states)) {
+        if (life.failures.empty() || is_spoiled || has_told) return {Outcome::kRight, ""};
+        return miss(life.failures.front());
+    }
+    if (!has_told && !is_spoiled && !allowance_.is_silent) {
+        return miss("nothing was reported: " + text_of(life.states.front()));
+    }
+    if (is_well(life.states.back(), course_.first.states)) {
+        if (life.late_failures.empty()) return {Outcome::kRestarted, ""};
+        return miss("after the restart: " + life.late_failures.front());
+    }
+    return judge_later(life);
+}
+
+// From the second life on nothing goes wrong any more.
+Judgement Run::judge_later(const Life& first) {
+    LifeSetup setup = later_life(device_, first, false);
+    setup.goals = course_.again;
+    const Life again = live(setup);
+    std::string bad = inexcusable(again);
+    if (!bad.empty()) return miss("started again: " + bad);
+    if (again.states.size() == 1 && is_well(again.states.front(), course_.again)) {
+        return {Outcome::kRestored, ""};
+    }
+    LifeSetup last = later_life(device_, again, true);
+    last.goals = course_.rebooted;
+    const Life rebooted = live(last);
+    bad = inexcusable(rebooted);
+    if (bad.empty() && !rebooted.failures.empty()) bad = rebooted.failures.front();
+    if (bad.empty() && !rebooted.late_failures.empty()) bad = rebooted.late_failures.front();
+    if (!bad.empty()) return miss("rebooted: " + bad);
+    if (is_well(rebooted.states.back(), course_.rebooted)) return {Outcome::kRebooted, ""};
+    return miss("not even a reboot helps: " + text_of(rebooted.states.back()) +
+                "; at first: " + text_of(first.states.front()));
+}
+
+}  // namespace
+
+Course fault_free_course(const DeviceSetup& device, bool eager) {
+    Course course;
+    LifeSetup setup{&device};
+    setup.eager = eager;
+    course.first = live_in_process(setup);
+    LifeSetup next = later_life(device, course.first, false);
+    next.eager = eager;
+    const Life again = live_in_process(next);
+    next.reboots = true;
+    const Life rebooted = live_in_process(next);
+    course.again = again.states;
+    course.again.insert(course.again.end(), course.first.states.begin(), course.first.states.end());
+    course.rebooted = rebooted.states;
+    course.rebooted.insert(course.rebooted.end(), course.again.begin(), course.again.end());
+    return course;
+}
+
+Judgement judge(const DeviceSetup& device, const Course& course, const Plan& plan, bool eager,
+                bool shows_log) {
+    return Run(device, course, plan, eager, shows_log).judge();
+}
+
+}  // namespace sweep
