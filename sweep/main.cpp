@@ -19,6 +19,14 @@ int main(int count, char** arguments) {
     app.add_option("SCENARIO", options.scenarios, "Scenarios of marlo-sim (all of them)");
     app.add_option("--only", options.only, "One fault alone, with the daemon's log")
         ->option_text("OCCASION@NUMBER=FAULT");
+    app.add_option("--fault", options.fault, "Faults of this name alone, for instance hang-up")
+        ->option_text("FAULT");
+    app.add_option("--every", options.every, "One run in N alone (1)")
+        ->check(CLI::Range(1u, 1'000'000u))
+        ->option_text("N");
+    app.add_option("--soak", options.soak, "No faults, but so many restarts of the co-processor")
+        ->check(CLI::Range(2u, 1'000'000u))
+        ->option_text("RESTARTS");
     app.add_option("--fragment", options.fragment_size,
                    "Bytes of an image asked for at a time (16384)")
         ->check(CLI::Range(uint32_t{1}, uint32_t{1} << 20))

@@ -16,7 +16,7 @@ namespace {
 constexpr unsigned kHangsAfterSeconds = 60;
 
 std::string record_of(const Life& life) {
-    const nlohmann::json fields = {
+    nlohmann::json fields = {
         {"end", life.end},
         {"states", life.states},
         {"failures", life.failures},
@@ -29,7 +29,12 @@ std::string record_of(const Life& life) {
         {"log_lines", life.log_lines},
         {"polls", life.polls},
         {"progress", life.progress},
-        {"seconds", life.seconds}};
+        {"seconds", life.seconds},
+        {"usage", nlohmann::json::array()}};
+    for (const Usage& usage : life.usage) {
+        fields["usage"].push_back({usage.restarts, usage.allocated_bytes, usage.resident_bytes,
+                                   usage.threads, usage.descriptors});
+    }
     const std::string text = fields.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
     return text + '\n' + packed(life.trace);
 }
@@ -51,12 +56,15 @@ Life life_from(const std::string& record) {
     fields.at("polls").get_to(life.polls);
     fields.at("progress").get_to(life.progress);
     fields.at("seconds").get_to(life.seconds);
+    for (const auto& usage : fields.at("usage")) {
+        life.usage.push_back({usage[0], usage[1], usage[2], usage[3], usage[4]});
+    }
     life.trace = unpacked(record.substr(line + 1));
     return life;
 }
 
 [[noreturn]] void live(const LifeSetup& setup, int record) {
-    alarm(kHangsAfterSeconds);
+    if (setup.restarts == 0) alarm(kHangsAfterSeconds);
     auto* const simulation = new Simulation(setup);
     set_simulation(simulation);
     simulation->live([record](const Life& life) {

@@ -2,12 +2,15 @@
 #include "sweep/simulation.h"
 
 #include <android/log.h>
+#include <malloc.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 
 // The daemon's, under another name.
 int daemon_main();
@@ -78,6 +81,7 @@ Simulation::Simulation(const LifeSetup& setup)
       scheduler_({[this] { return device_.next_event(); },
                   [this](int64_t now) { clock_moves(now); }, [this] { end("stuck"); }}),
       occasions_(setup.plan) {
+    if (setup.restarts > 0) device_.stop_recording();
     device_.replay(setup.before);
     if (!setup.before.empty()) {
         device_.daemon_dies();
@@ -181,6 +185,7 @@ void Simulation::clock_moves(int64_t now) {
 void Simulation::quiet() {
     quiet_since_ = scheduler_.now();
     if (!events_to_come_.empty()) return next_event_of_the_scenario();
+    if (restarts_once_more()) return;
     check_claims();
     take_failures();
     life_.states.push_back(state());
@@ -189,6 +194,25 @@ void Simulation::quiet() {
     if (life_.states.size() == 2 || reached) end("quiet");
     part_since_ = scheduler_.now();
     device_.restart(kRestartLength);
+}
+
+bool Simulation::restarts_once_more() {
+    if (setup_.restarts == 0) return false;
+    if (restarts_ == setup_.restarts / 10 || restarts_ == setup_.restarts) {
+        life_.usage.push_back(usage());
+    }
+    if (restarts_ == setup_.restarts) end("quiet");
+    ++restarts_;
+    part_since_ = scheduler_.now();
+    device_.restart(kRestartLength);
+    return true;
+}
+
+Usage Simulation::usage() const {
+    uint64_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages >> pages;
+    return {restarts_, mallinfo2().uordblks, pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE)),
+            scheduler_.living_threads(), device_.open_descriptors()};
 }
 
 void Simulation::next_event_of_the_scenario() {

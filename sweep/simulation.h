@@ -26,6 +26,16 @@ struct LifeSetup {
     bool first = true;              // the scenario's own events come in this life
     std::vector<State> goals = {};  // how things may be at the end; none: any way
     bool shows_log = false;
+    uint32_t restarts = 0;  // of the co-processor, one after the other, before the end
+};
+
+// What the process holds; the simulated device is in it.
+struct Usage {
+    uint64_t restarts;  // so far
+    uint64_t allocated_bytes;
+    uint64_t resident_bytes;
+    uint64_t threads;
+    uint64_t descriptors;  // of the simulated device
 };
 
 // How lies begin that may be excused.
@@ -48,8 +58,9 @@ struct Life {
     uint64_t log_lines = 0;
     uint64_t polls = 0;
     uint64_t progress = 0;
-    int64_t seconds = 0;  // of the device's clock
-    Trace trace;          // of all lives so far; empty when a goal was reached
+    int64_t seconds = 0;       // of the device's clock
+    std::vector<Usage> usage;  // after a tenth of the restarts, and after all
+    Trace trace;               // of all lives so far; empty when a goal was reached
 };
 
 class Simulation {
@@ -74,6 +85,8 @@ class Simulation {
     void clock_moves(int64_t now);
     void quiet();
     void next_event_of_the_scenario();
+    bool restarts_once_more();
+    Usage usage() const;
     State state();
     void check_claims();
     void take_failures();
@@ -90,6 +103,7 @@ class Simulation {
     int64_t part_since_ = 0;
     uint64_t calls_without_progress_ = 0;
     size_t failures_taken_ = 0;
+    uint32_t restarts_ = 0;
 };
 
 // The one of this process; to be there before the product runs.

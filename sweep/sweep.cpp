@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "sweep/shipped_files.h"
+#include "sweep/soak.h"
 #include "sweep/verdict.h"
 
 namespace sweep {
@@ -39,12 +40,16 @@ std::vector<const sim::Scenario*> chosen(const Options& options) {
     return scenarios;
 }
 
-std::vector<Plan> plans_for(const Life& life) {
+std::vector<Plan> plans_for(const Life& life, const Options& options) {
     std::vector<Plan> plans;
+    uint32_t skipped = 0;
     for (const auto& [name, count] : life.occasions) {
         for (uint32_t number = 1; number <= count; ++number) {
             const Occasion kind = occasion_named(name);
-            for (const Fault& fault : faults_for(kind)) plans.push_back({kind, number, fault});
+            for (const Fault& fault : faults_for(kind)) {
+                if (options.fault && fault.name != *options.fault) continue;
+                if (++skipped % options.every == 0) plans.push_back({kind, number, fault});
+            }
         }
     }
     return plans;
@@ -131,7 +136,7 @@ size_t sweep_scenario(const Options& options, const sim::Scenario& scenario, Tal
         throw std::runtime_error(scenario.name +
                                  " fails without a fault: " + course.first.failures.front());
     }
-    const std::vector<Plan> plans = plans_for(course.first);
+    const std::vector<Plan> plans = plans_for(course.first, options);
     const unsigned jobs =
         options.jobs != 0 ? options.jobs : std::max(1u, std::thread::hardware_concurrency());
     std::vector<Job> running;
@@ -204,6 +209,11 @@ bool run(const Options& options, std::ostream& out) {
     if (options.only) {
         if (scenarios.size() != 1) throw std::runtime_error("--only needs one scenario");
         return run_one(options, *scenarios.front(), out);
+    }
+    if (options.soak) {
+        return std::all_of(scenarios.begin(), scenarios.end(), [&](const sim::Scenario* scenario) {
+            return soak(device_setup(*scenario, options.fragment_size), *options.soak, out);
+        });
     }
     Tally tally;
     size_t runs = 0;

@@ -12,6 +12,9 @@ namespace sweep {
 struct Options {
     std::vector<std::string> scenarios = {};  // none: all
     std::optional<std::string> only = {};     // one fault, see parse_plan
+    std::optional<std::string> fault = {};    // those with this name alone
+    uint32_t every = 1;                       // each so many-th run alone
+    std::optional<uint32_t> soak = {};        // restarts of the co-processor instead of faults
     uint32_t fragment_size = 16384;
     bool eager = false;
     unsigned jobs = 0;  // 0: as many as there are processors

@@ -208,7 +208,8 @@ int fdatasync(int fd) {
 }
 int fstat(int fd, struct stat* status) {
     const auto file = simulation().device().file_of(fd);
-    return static_cast<int>(call(Occasion::kStat, "", [&](const auto&) -> int64_t {
+    const std::string path = simulation().device().path_of(fd);
+    return static_cast<int>(call(Occasion::kStat, path, [&](const auto&) -> int64_t {
         if (file == nullptr) return -EBADF;
         *status = {};
         status->st_size = static_cast<off_t>(file->bytes.size());

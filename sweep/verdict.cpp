@@ -41,9 +41,12 @@ struct Allowance {
     std::string_view begin;  // of the path or property
     bool is_silent;
     bool flash_differs;
+    bool is_decisive = false;  // the whole course may be another one
 };
 constexpr Allowance kAllowances[] = {
     {"/sys/class/remoteproc", true, false},
+    // An empty one names subtype 0, which is the one that is supported.
+    {"/sys/devices/soc0/platform_subtype_id", true, true, true},
     {"/sys/devices/soc0/", true, true},
     {"/sys/kernel/dload/", true, true},
     {"/vendor/firmware_mnt/image/tbx7700_ver_info.txt", true, false},
@@ -129,6 +132,7 @@ Judgement Run::judge() {
     const std::string bad = inexcusable(life);
     if (!bad.empty()) return miss(bad);
     if (!life.struck_at) return {Outcome::kIdle, ""};
+    if (allowance_.is_decisive) return {Outcome::kRight, ""};
     if (life.end != course_.first.end) return judge_later(life);  // killed, or ended by the rule
     const bool has_told = has_reported(life, course_.first);
     const bool is_spoiled = spoils_the_wire(plan_);
