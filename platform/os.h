@@ -39,7 +39,9 @@ int fstat(int fd, struct stat* status);
 int poll(struct pollfd* entries, nfds_t count, int timeout_ms);
 int ioctl(int fd, unsigned long request, void* argument);
 int pipe(int ends[2]);
-int rename(const char* from, const char* to);
+// A rename that replaces nothing (renameat2 with RENAME_NOREPLACE): EEXIST where `to` is there
+// already. A file system that cannot tell replaces it.
+int rename_to_new(const char* from, const char* to);
 int unlink(const char* path);
 
 DIR* opendir(const char* path);

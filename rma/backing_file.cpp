@@ -87,9 +87,12 @@ Creation create_backing_file(const std::string& path, uint32_t size) {
     const int error = errno;
     os::close(fd);
     errno = error;
-    if (outcome != Creation::created || os::rename(kUnfinishedPath, path.c_str()) != 0) {
+    if (outcome != Creation::created || os::rename_to_new(kUnfinishedPath, path.c_str()) != 0) {
         remove_file(kUnfinishedPath);
-        return outcome == Creation::created ? Creation::not_written : outcome;
+        if (outcome != Creation::created) {
+            return outcome;
+        }
+        return errno == EEXIST ? Creation::exists : Creation::not_written;
     }
     if (!sync_backing_directory()) {
         remove_file(path.c_str());

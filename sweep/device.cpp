@@ -264,7 +264,7 @@ int Device::open_uevents() {
 std::string Device::receive_uevent() {
     note({Operation::kReceive});
     ++progress_;
-    const std::string message = uevents_.front();
+    std::string message = std::move(uevents_.front());
     uevents_.pop_front();
     return message;
 }

@@ -60,9 +60,8 @@ std::shared_ptr<MemoryFiles::File> MemoryFiles::open(const std::string& path, in
 int MemoryFiles::rename(const std::string& from, const std::string& to) {
     const auto found = files_.find(normal(from));
     if (found == files_.end()) return -ENOENT;
-    const std::shared_ptr<File> file = found->second;
+    if (!files_.emplace(normal(to), found->second).second) return -EEXIST;
     files_.erase(found);
-    files_[normal(to)] = file;
     return 0;
 }
 

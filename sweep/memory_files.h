@@ -26,7 +26,7 @@ class MemoryFiles {
 
     // Null with *error set where it cannot be opened.
     std::shared_ptr<File> open(const std::string& path, int flags, uint32_t mode, int* error);
-    int rename(const std::string& from, const std::string& to);
+    int rename(const std::string& from, const std::string& to);  // replaces nothing
     int unlink(const std::string& path);
 
     // Null: no such file.

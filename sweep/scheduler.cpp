@@ -23,7 +23,7 @@ bool Scheduler::is_at_work() {
     return t_is_scheduled && !t_is_inside;
 }
 
-void Scheduler::run(std::function<void()> body) {
+void Scheduler::run(const std::function<void()>& body) {
     auto task = std::make_unique<Task>();
     Task* const first = task.get();
     tasks_.push_back(std::move(task));

@@ -35,7 +35,7 @@ class Scheduler {
     void set_time(int64_t now) { now_ = now; }
 
     // Runs `body` as the first thread; returns when it has returned. The other threads stay behind.
-    void run(std::function<void()> body);
+    void run(const std::function<void()>& body);
 
     // The rest is for the threads that run() and start() run.
     std::thread start(std::function<void()> body);

@@ -41,7 +41,10 @@ bool has_brought_firmware(const State& state, const State& goal) {
 
 std::string text_of(const State& state) {
     std::string text;
-    for (const auto& [name, value] : state) text += (text.empty() ? "" : ", ") + name + " " + value;
+    for (const auto& [name, value] : state) {
+        if (!text.empty()) text += ", ";
+        text.append(name).append(" ").append(value);
+    }
     return text;
 }
 

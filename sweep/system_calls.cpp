@@ -242,7 +242,7 @@ int pipe(int ends[2]) {
     return static_cast<int>(call(
         Occasion::kPipe, "", [&](const auto&) { return simulation().device().make_pipe(ends); }));
 }
-int rename(const char* from, const char* to) {
+int rename_to_new(const char* from, const char* to) {
     return static_cast<int>(call(Occasion::kRename, "", [&](const auto&) {
         return simulation().device().rename(from, to);
     }));
@@ -348,6 +348,7 @@ int64_t elapsedRealtimeNano() {
 
 // A lock of the product that another thread holds across a wait is waited for like anything else:
 // linked in place of the C library's (--wrap), with that one behind it.
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker asks for these names
 extern "C" int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
 extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
 
@@ -361,3 +362,4 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
     while (pthread_mutex_trylock(mutex) != 0) simulation().scheduler().wait(is_free, {});
     return 0;
 }
+// NOLINTEND(bugprone-reserved-identifier)

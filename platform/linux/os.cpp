@@ -6,7 +6,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <string>
 #include <utility>
 
 #include "platform/linux/root.h"
@@ -55,8 +57,13 @@ int ioctl(int fd, unsigned long request, void* argument) {
 int pipe(int ends[2]) {
     return ::pipe2(ends, O_CLOEXEC);
 }
-int rename(const char* from, const char* to) {
-    return ::rename(under_root(from).c_str(), under_root(to).c_str());
+int rename_to_new(const char* from, const char* to) {
+    const std::string old_name = under_root(from);
+    const std::string new_name = under_root(to);
+    const int result =
+        ::renameat2(AT_FDCWD, old_name.c_str(), AT_FDCWD, new_name.c_str(), RENAME_NOREPLACE);
+    const bool is_unknown = result != 0 && (errno == EINVAL || errno == ENOSYS);
+    return is_unknown ? ::rename(old_name.c_str(), new_name.c_str()) : result;
 }
 int unlink(const char* path) {
     return ::unlink(under_root(path).c_str());

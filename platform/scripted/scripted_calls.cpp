@@ -76,7 +76,7 @@ int ioctl(int fd, unsigned long request, void* argument) {
 int pipe(int ends[2]) {
     return platform().pipe(ends);
 }
-int rename(const char* from, const char* to) {
+int rename_to_new(const char* from, const char* to) {
     return platform().rename(from, to);
 }
 int unlink(const char* path) {

@@ -108,8 +108,11 @@ int Platform::sync(const std::string& call, int fd) {
 
 int Platform::rename(const std::string& from, const std::string& to) {
     const std::lock_guard lock(mutex_);
-    const bool possible = exists(from) && has_directory(to);
-    const int result = finish_call("rename " + from + " " + to, possible ? 0 : ENOENT);
+    int error = exists(from) && has_directory(to) ? 0 : ENOENT;
+    if (error == 0 && exists(to)) {
+        error = EEXIST;
+    }
+    const int result = finish_call("rename " + from + " " + to, error);
     if (result == 0) {
         nodes_[to].file = std::exchange(nodes_[from].file, nullptr);
         observe({.kind = DiskChange::Kind::renamed,

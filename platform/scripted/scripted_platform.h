@@ -135,7 +135,7 @@ class Platform {
     ssize_t write(int fd, const void* buffer, size_t size);
     ssize_t pwrite(int fd, const void* buffer, size_t size, int64_t offset);
     int sync(const std::string& call, int fd);
-    int rename(const std::string& from, const std::string& to);
+    int rename(const std::string& from, const std::string& to);  // replaces nothing
     int unlink(const std::string& path);
     int file_size_and_mode(int fd, int64_t* size, unsigned int* mode);
     int poll(struct pollfd* entries, size_t count, int timeout_ms);

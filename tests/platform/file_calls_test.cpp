@@ -91,7 +91,11 @@ TEST_F(FileCalls, ANameMayMoveWhileTheFileIsOpen) {
     make(path("old"), "old");
     const int old = open(path("old"), O_RDONLY);
     const int fd = open(path("new"), O_WRONLY);
-    EXPECT_EQ(os::rename(path("new").c_str(), path("old").c_str()), 0);
+    EXPECT_EQ(os::rename_to_new(path("new").c_str(), path("old").c_str()), -1);
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(contents(path("old")), "old");
+    EXPECT_EQ(os::unlink(path("old").c_str()), 0);
+    EXPECT_EQ(os::rename_to_new(path("new").c_str(), path("old").c_str()), 0);
     EXPECT_EQ(os::pwrite(fd, "N", 1, 0), 1);
     os::close(fd);
     EXPECT_EQ(contents(path("new")), none_);
@@ -100,9 +104,9 @@ TEST_F(FileCalls, ANameMayMoveWhileTheFileIsOpen) {
     EXPECT_EQ(os::read(old, text, 3), 3);
     EXPECT_STREQ(text, "old");
     os::close(old);
-    EXPECT_EQ(os::rename(path("new").c_str(), path("old").c_str()), -1);
+    EXPECT_EQ(os::rename_to_new(path("new").c_str(), path("old").c_str()), -1);
     EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(os::rename(path("old").c_str(), path("none/old").c_str()), -1);
+    EXPECT_EQ(os::rename_to_new(path("old").c_str(), path("none/old").c_str()), -1);
     EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(contents(path("old")), "New");
 }

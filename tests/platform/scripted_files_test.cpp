@@ -39,7 +39,7 @@ TEST(ScriptedFiles, EachCallCanFailOnceAndShowsInTheTranscript) {
     twice("fdatasync /data/files/a", [fd] { return os::fdatasync(fd); });
     os::close(fd);
     twice("rename /data/files/a /data/files/b",
-          [] { return os::rename("/data/files/a", "/data/files/b"); });
+          [] { return os::rename_to_new("/data/files/a", "/data/files/b"); });
     EXPECT_THAT(platform().files_below("/data/files/"), ElementsAre("/data/files/b"));
     EXPECT_EQ(platform().contents("/data/files/b"),
               scripted::bytes_of(std::string("\0\0\0\0\0\0te", 8)));

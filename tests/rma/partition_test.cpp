@@ -65,6 +65,11 @@ TEST_F(RmaTest, WhatWasThereStays) {
     connect(7, 17, 16);
     EXPECT_EQ(log_lines().end()[-2],
               "E event: a power cut may take /data/vendor/aon/7177: Input/output error");
+    // Nor is it replaced when it is not found at first.
+    platform().fail_opens(kPartition, {ENOENT});
+    connect(7, 17, 16);
+    EXPECT_EQ(contents("7177"), "kept");
+    EXPECT_EQ(logged("file exists /data/vendor/aon/7177  "), 3u);
     // What a power cut left of another partition, and one of no size.
     file("unfinished", "longer than the partition that comes");
     connect(8, 0, 4);
