@@ -19,6 +19,19 @@ namespace fuzz {
 namespace {
 
 std::atomic<size_t> g_log_lines = 0;
+std::atomic<int> g_wakelocks = 0;
+
+void take_log_line(const __android_logger_data*, const char* text) {
+    static const bool is_shown = std::getenv("FUZZ_LOG") != nullptr;
+    ++g_log_lines;
+    const std::string_view line(text);
+    g_wakelocks += line.ends_with(" acquiring wakelock") ? 1 : 0;
+    g_wakelocks -= line.ends_with(" releasing wakelock") ? 1 : 0;
+    must(line.find("is larger than _accu_count") == line.npos, "%s", text);
+    if (is_shown) {
+        fprintf(stderr, "%s\n", text);
+    }
+}
 
 }  // namespace
 
@@ -41,17 +54,16 @@ void begin() {
     client_wakelock::get_instance();
     marlo_deamon_log::set_level(marlo_deamon_log::log_level::verbose);
     g_log_lines = 0;
-    static const bool is_shown = std::getenv("FUZZ_LOG") != nullptr;
-    __android_log_set_logger([](const __android_logger_data*, const char* text) {
-        ++g_log_lines;
-        if (is_shown) {
-            fprintf(stderr, "%s\n", text);
-        }
-    });
+    g_wakelocks = 0;
+    __android_log_set_logger(take_log_line);
 }
 
 size_t log_lines() {
     return g_log_lines;
+}
+
+int wakelocks_held() {
+    return g_wakelocks;
 }
 
 uint32_t Input::below(uint32_t count) {

@@ -31,8 +31,12 @@ void begin();
 // Log lines since begin().
 size_t log_lines();
 
+// References on the wakelock that were taken since begin() and not given back.
+int wakelocks_held();
+
 // An input, eaten from both ends: decisions, a byte each, from its back, what is received from
 // its front. Each side has its own stream then, and a change of one does not shift the other.
+// Compilers differ in which argument of a call they take first: one decision a statement.
 class Input {
   public:
     Input(const uint8_t* data, size_t size) : bytes_(data, size) {}

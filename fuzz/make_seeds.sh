@@ -72,6 +72,36 @@ seed flash_patch block-outside "$(elf_header 1 2)$(header32 0 0)$(header32 0xfff
 seed flash_patch offset-negative "$(words 0x80000000)$(elf_header 1 2)" 1 0 0
 seed flash_patch no-elf "$(text "not an image")" 0 0
 
+# --- framing: channel and read size; then, connection by connection, what the error callback does,
+# what is scripted for the reader, how the open goes, the user's steps, how it ends ---
+dfu="0 0" rma="1 0" misc="2 0" quiet="0 0" sends="1 0" deletes="0 1" opens="0 0" closes="0 1"
+packet() { echo "6 1 $1 0 0 0"; }              # BYTES_BEHIND_16, in one read
+odd_length() { echo "6 1 12 0 1 $1 0"; }       # PLACE_IN_kOddLengths
+again=0 fails="1 0" polls=2 event=3 bytes=4 reconnects=0 hangs_up=1
+# shellcheck disable=SC2046,SC2086
+{
+    seed framing whole-packets "" $dfu $quiet 3 $(packet 12) $(packet 28) $(packet 1) $opens 0 $closes
+    seed framing packets-in-parts "" $rma $quiet 3 6 0 200 0 0 3 20 30 40 6 1 20 0 0 2 13 1 \
+        6 1 20 0 0 1 12 $opens 0 $closes
+    seed framing without-a-length "$(zeros 99)" $misc $quiet 3 $bytes 99 $(packet 4) $bytes 0 \
+        $opens 0 0 0
+    seed framing odd-lengths "" $dfu $quiet 11 $(for n in 0 1 2 3 4 5 7 8 9 10 11; do
+        odd_length $n
+    done) $opens 0 $closes
+    seed framing small-reads "" 0 1 16 $quiet 2 $(packet 28) $(odd_length 3) $opens 0 $closes
+    seed framing errors "" $dfu $sends 9 $again $again $(packet 12) $again $again $again $fails \
+        $polls 0 $polls 1 $opens 0 $closes
+    seed framing events "$(zeros 99)" $dfu $quiet 5 $event 0 28 $event 1 28 $event 2 20 $event 3 0 \
+        $event 4 17 $opens 0 $closes
+    seed framing hang-up-in-a-packet "" $rma $quiet 1 $(odd_length 6) $opens 1 $hangs_up $closes
+    seed framing channel-away-and-back "" $dfu $sends 1 $(packet 12) $opens 3 \
+        $reconnects 1 3 3 0 $hangs_up $reconnects 0 0 $closes
+    seed framing failed-opens "" $dfu $deletes 0 1 3 3 0 0 $quiet 0 1 0 2 0 0 $closes
+    seed framing no-thread "" $dfu $quiet 1 $(packet 12) 0 1 1 $reconnects 0 0 $closes
+    seed framing writes "" $dfu $sends 0 $opens 3 2 3 2 9 3 31 0 4 60 2 1 4 0 5 2 1 0 0 9 $closes
+    seed framing reader-ends-without-its-byte "" $dfu $quiet 0 $opens 0 1 1
+}
+
 # --- misc_data: two files, how the first write goes, how the open goes; then, packet by packet,
 # the answer and how the next write goes ---
 two_files="0 0 100 0 0 48" no_settings="0 0 100 1" plain=4
@@ -124,6 +154,23 @@ disconnect="$request 5 0 1 1 0 1 0 0"
         $occupy 0 0 0 0 $(connect 0 0 9) $(read_block 0 0 4) $(write 0 0 2 2)
     seed rma no-transport "$(zeros 8)$(text "ab")" \
         $(connect 0 0 9) $reconnect 1 $(write 0 0 2 2) $reconnect 0 $(read_block 0 0 9)
+}
+
+# --- uevent: messages, each a number of texts (how it begins, 5 for nothing; how much follows of the
+# contents; whether a NUL ends it), whether it is filled up, what the receive gives ---
+down="0 0 1" up="1 0 1" event="2" device="4 0 1" plain="0 0"
+# shellcheck disable=SC2086
+{
+    seed uevent down-and-up "" 2 $device $down $plain 2 $device $up $plain
+    seed uevent of-another-device "$(text "change@/devices/other")" 2 5 20 1 $down $plain
+    seed uevent both-in-one-unterminated "" 3 $device $down 1 0 0 $plain
+    seed uevent numbers "$(text " 4x-2147483649999999999999")" \
+        2 $device $event 3 1 $plain 2 $device $event 11 1 $plain 2 $device $event 12 0 $plain
+    seed uevent shorter-than-the-one-before "$(text "14 other bytes")" \
+        2 5 14 0 $up $plain 1 3 0 1 $plain
+    seed uevent fills-the-buffer "" 3 $device 5 0 1 $down 1 255 0 1 4 0 0 1 255 0
+    seed uevent longer-than-the-buffer "" 2 $device $down 0 1 0 2 $device $down 0 1 2
+    seed uevent fails "" 2 $device $down $plain 2 $device $up 0 2 1
 }
 
 # --- version_file: three versions of the running firmware, then the file ---

@@ -267,12 +267,16 @@ class Service {
             case 1:
                 fail_write();
                 break;
-            case 2:
-                platform().fail_opens(any_path(), {input_.pick(kErrors)});
+            case 2: {
+                const int error = input_.pick(kErrors);
+                platform().fail_opens(any_path(), {error});
                 break;
-            case 3:
-                model_.occupy(small_path(), input_.pick({S_IFIFO | 0600U, S_IFDIR | 0700U}));
+            }
+            case 3: {
+                const unsigned int mode = input_.pick({S_IFIFO | 0600U, S_IFDIR | 0700U});
+                model_.occupy(small_path(), mode);
                 break;
+            }
             case 4:
                 rma_.rma_conn_error_cb(input_.pick({GLINK_IO_ERROR, GLINK_SSR}));
                 break;
