@@ -128,6 +128,29 @@ limit64="6 4" limit16="6 8" limit4096="6 7" refusal="0 0 1 0 0" silence=4
     seed misc_data eagain-as-an-answer "" $no_settings $begin $good 2 2 $plain 2 2 $plain
 }
 
+# --- properties: four properties, six texts (4 for the usual one), the remoteproc instances, the
+# reset property at last; then what the control device answers ---
+one="0 1" none="0 0" two="0 2" usual="4 4 4 4 4 4"
+instance="1 1 1 0 4 4 1" present="0" # remoteproc1, running
+version_a="0 0 0 0 0 0 0 0" flash=0 host=1 fine=0
+# shellcheck disable=SC2086
+{
+    seed properties update "" $two $none $none $none $usual $instance $present $one \
+        $fine $fine $flash $fine $fine $fine $fine $fine
+    seed properties no-update "" $one $none $none $none $usual $instance $present $none \
+        $fine $fine $flash $flash $version_a $fine
+    seed properties without-flash "" $none $none $none $none $usual $instance $present $one \
+        $fine $fine $host $host 2 0 0 0 0 0 0 0 0
+    seed properties another-platform "$(text 17)" $none $none $none $none \
+        4 0 2 4 4 4 4 $instance $present $one
+    seed properties unreadable "" $none $none $none $none 2 3 1 2 3 1 1 1 1 1 2 3 0 $present $one
+    seed properties long-values "$(text " +1$(printf '%0*d' 84 0)x-9223372036854775809 1 2")" \
+        1 87 1 20 1 2 1 2 $usual 1 1 0 40 1 4 4 0 $present 1 2
+    seed properties odd-texts "$(text "$(printf '%025d' 1)WDPZ")" \
+        $none $none $none $none 0 25 4 0 4 0 0 4 4 $instance $present $none
+    seed properties no-instance "" $none $none $none $none $usual 0 1 $one
+}
+
 # --- rma: decisions as Service::step reads them; errors and calls by their places there ---
 fail_call=0 fail_write=1 occupy=3 reconnect=5 raw=7 request=9
 connect() { echo "$request 0 0 $1 $2 $3 0"; }                # MEMORY_ID SECOND_ID SIZE
