@@ -81,6 +81,8 @@ Device::Device(const DeviceSetup& setup)
 void Device::make_coprocessor() {
     sim::Behaviour behaviour = sim::behaviour_for(*setup_.scenario, setup_.firmware);
     behaviour.fragment_size = setup_.fragment_size;
+    // Each of its steps is a step of the long one, which takes fifty times as many.
+    behaviour.rma = sim::RmaLength::kShort;
     coprocessor_ = std::make_unique<sim::Coprocessor>(behaviour, setup_.firmware,
                                                       static_cast<sim::Observer&>(*this));
 }
