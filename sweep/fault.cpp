@@ -17,6 +17,8 @@ constexpr const char* kNames[] = {
     "pipe",        "thread",        "property",     "memory",    "download-packet",
     "misc-packet", "memory-packet", "uevent"};
 
+constexpr uint32_t kForGood = UINT32_MAX;
+
 constexpr Fault fails(std::string_view name, int error, uint32_t times = 1) {
     return {name, Effect::kFails, error, times};
 }
@@ -50,6 +52,7 @@ constexpr Fault kReadChannelFaults[] = {fails("EAGAIN", EAGAIN),
                                         fails("EIO", EIO),
                                         fails("ENOMEM", ENOMEM),
                                         {"nothing", Effect::kGives, 0},
+                                        {"nothing-for-good", Effect::kGives, 0, kForGood},
                                         {"1-byte", Effect::kShortens, 1},
                                         {"16-bytes", Effect::kShortens, 16}};
 constexpr Fault kReadFileFaults[] = {fails("EIO", EIO),
@@ -75,8 +78,10 @@ constexpr Fault kWakeFaults[] = {fails("EIO", EIO), fails("EINTR", EINTR), fails
 constexpr Fault kSyncFaults[] = {fails("EIO", EIO), fails("ENOSPC", ENOSPC), fails("EINTR", EINTR)};
 constexpr Fault kNameFaults[] = {fails("EIO", EIO), fails("ENOSPC", ENOSPC)};
 constexpr Fault kListFaults[] = {fails("ENOENT", ENOENT), fails("ENOMEM", ENOMEM)};
-constexpr Fault kPollFaults[] = {
-    fails("EINTR", EINTR), fails("ENOMEM", ENOMEM), {"POLLERR", Effect::kEvents, POLLERR}};
+constexpr Fault kPollFaults[] = {fails("EINTR", EINTR),
+                                 fails("ENOMEM", ENOMEM),
+                                 {"POLLERR", Effect::kEvents, POLLERR},
+                                 {"POLLERR-for-good", Effect::kEvents, POLLERR, kForGood}};
 constexpr Fault kResourceFaults[] = {fails("EMFILE", EMFILE), fails("EAGAIN", EAGAIN),
                                      fails("ENOMEM", ENOMEM)};
 constexpr Fault kPropertyFaults[] = {fails("refused", EACCES)};

@@ -47,8 +47,9 @@ std::string without_numbers(const char* text) {
 // Not all failures are logged as errors: the updater's reports are debug lines.
 bool complains(std::string_view text) {
     constexpr std::string_view kWords[] = {
-        "fail", "Fail",    "FAIL",    "rror",      "not ",  "Cannot", "nable",   "MIS-",
-        "busy", "invalid", "INVALID", "no memory", "only ", "retry",  "POLLHUP", "EAGAIN"};
+        "fail",  "Fail",         "FAIL",  "rror",    "not ",    "Cannot",
+        "nable", "MIS-",         "busy",  "invalid", "INVALID", "no memory",
+        "only ", "unregistered", "retry", "POLLHUP", "EAGAIN"};
     return std::any_of(std::begin(kWords), std::end(kWords),
                        [text](auto word) { return text.find(word) != text.npos; });
 }

@@ -2,6 +2,7 @@
 #include "sweep/verdict.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 #include "sweep/process.h"
 
@@ -172,6 +173,16 @@ Judgement Run::judge_later(const Life& first) {
                 "; at first: " + text_of(first.states.front()));
 }
 
+void expect_well(const Life& life, const std::string& scenario) {
+    std::string bad = inexcusable(life);
+    if (bad.empty() && !life.failures.empty()) bad = life.failures.front();
+    if (bad.empty() && !life.late_failures.empty()) bad = life.late_failures.front();
+    for (const State& state : life.states) {
+        if (state.at("wakelock") != "released") bad = "the wakelock is held at the end";
+    }
+    if (!bad.empty()) throw std::runtime_error(scenario + " without a fault: " + bad);
+}
+
 }  // namespace
 
 Course fault_free_course(const DeviceSetup& device, bool eager) {
@@ -184,6 +195,9 @@ Course fault_free_course(const DeviceSetup& device, bool eager) {
     const Life again = live_in_process(next);
     next.reboots = true;
     const Life rebooted = live_in_process(next);
+    expect_well(course.first, device.scenario->name);
+    expect_well(again, device.scenario->name);
+    expect_well(rebooted, device.scenario->name);
     course.again = again.states;
     course.again.insert(course.again.end(), course.first.states.begin(), course.first.states.end());
     course.rebooted = rebooted.states;

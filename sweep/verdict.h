@@ -16,6 +16,7 @@ struct Course {
     std::vector<State> again;
     std::vector<State> rebooted;
 };
+// Throws std::runtime_error where something goes wrong all the same.
 Course fault_free_course(const DeviceSetup& device, bool eager);
 
 enum class Outcome {
