@@ -20,5 +20,11 @@ elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
     add_compile_options(-D_FORTIFY_SOURCE=2)
 endif()
 
+if(MARLO_COVERAGE)
+    # Optimisation would merge branches; the counters are those of several threads.
+    add_compile_options(--coverage -fprofile-update=atomic -O0)
+    add_link_options(--coverage)
+endif()
+
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)

@@ -81,6 +81,7 @@ platform_info marlo_fw_updater::getPlatformInfo() {
     return info;
 }
 
+// cppcheck-suppress passedByValue ; the interface hands a copy over
 void marlo_fw_updater::updatePlatformInfo(std::vector<uint8_t>& image, platform_info info) {
     if (image.empty()) {
         MARLO_LOG(error, "firmware resource is empty");

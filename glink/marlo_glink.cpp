@@ -89,6 +89,7 @@ int marlo_glink::glink_connect(const std::string& name, bool start_reader) {
     _s_chnl_fd = glink_open(path);
     if (_s_chnl_fd >= 0) {
         // Written only when it changes: the reader thread compares the name without the lock.
+        // cppcheck-suppress duplicateConditionalAssign ; that is what the condition is for
         if (_chnl_name != name) {
             _chnl_name = name;
         }

@@ -144,7 +144,7 @@ int marlo_glink::glink_write(int fd, const unsigned char* buf, unsigned int len)
     MARLO_LOG(debug,
               "GLINK_int conn = 0x%llx write fd = %d buf_len = %zu, waiting for "
               "_s_glink_read_mutex",
-              id(), fd, size_t{len});
+              id(), fd, static_cast<size_t>(len));
     std::unique_lock lock(_s_glink_read_mutex);
     if (_s_chnl_fd == -1) {
         MARLO_LOG(error, "GLINK_int conn = 0x%llx write is not permitted as_s_chnl_fd is -1", id());

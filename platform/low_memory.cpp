@@ -17,6 +17,7 @@ void* map_low_memory(size_t size) {
         // NOLINTNEXTLINE(performance-no-int-to-ptr): an address is what is wished for
         void* const address = reinterpret_cast<void*>(wish);
         void* const memory =
+            // cppcheck-suppress invalidFunctionArg ; an anonymous mapping has the descriptor -1
             ::mmap(address, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (memory == MAP_FAILED) {
             return nullptr;

@@ -97,6 +97,7 @@ void Screen::draw() {
 
 void Screen::write(std::string_view text) {
     while (!text.empty()) {
+        // cppcheck-suppress invalidLifetime ; the caller's text outlives the call
         const ssize_t written = ::write(terminal_, text.data(), text.size());
         if (written <= 0) return;  // the terminal is gone: there is nobody to show anything
         text.remove_prefix(static_cast<size_t>(written));

@@ -132,6 +132,7 @@ int fill_events(pollfd* entries, nfds_t count) {
 int64_t poll_or_wait(pollfd* entries, nfds_t count, int timeout_ms) {
     Scheduler& scheduler = simulation().scheduler();
     std::optional<int64_t> deadline;
+    // cppcheck-suppress redundantAssignment ; of `deadline`, once
     if (timeout_ms >= 0) deadline = scheduler.now() + int64_t{timeout_ms} * 1'000'000;
     int ready = fill_events(entries, count);
     if (ready == 0) {
