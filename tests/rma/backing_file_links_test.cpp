@@ -68,7 +68,7 @@ TEST_F(BackingFiles, MayLieBehindALinkToTheirDirectory) {
 }
 
 TEST_F(BackingFiles, AreMadeTheOwnersAloneWhateverTheMask) {
-    for (const mode_t mask : {0000, 0777}) {
+    for (const mode_t mask : {mode_t{0}, mode_t{0777}}) {
         umask(mask);
         os::initialize();
         EXPECT_EQ(create_backing_file(kPartition, 16), Creation::created);
