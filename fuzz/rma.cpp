@@ -29,8 +29,7 @@ constexpr uint32_t kWrite = 512;
 // The co-processor chooses the size; here partitions are small.
 constexpr uint32_t kLargestPartition = 8192;
 
-// Not ENOENT, which says that there is no file: an error for whoever has to know, not a failure.
-constexpr int kErrors[] = {EIO, ENOSPC, EINTR, ENOMEM, EACCES, EROFS, EINVAL, ELOOP};
+constexpr int kErrors[] = {EIO, ENOSPC, EINTR, ENOMEM, EACCES, EROFS, EINVAL, ENOENT};
 
 std::string path_of(uint32_t first, uint32_t second, uint32_t third) {
     return kDirectory + std::to_string(first) + std::to_string(second) + std::to_string(third);
