@@ -215,7 +215,8 @@ std::optional<uint32_t> Coprocessor::load_error() {
 }
 
 int Coprocessor::load() {
-    if (!status_.spi_busy) reporter_->fail("load while the SPI bus is not marked busy");
+    if (!status_.spi_busy && !behaviour_.misses_requests)
+        reporter_->fail("load while the SPI bus is not marked busy");
     if (const auto error = load_error()) return -static_cast<int>(*error);
     if (!status_.running) running_mode_ = status_.boot_mode;
     status_.running = true;

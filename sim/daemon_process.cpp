@@ -42,6 +42,7 @@ void limit(__rlimit_resource_t resource, uint64_t value) {
     dup2(null, STDIN_FILENO);
     dup2(log, STDOUT_FILENO);
     dup2(log, STDERR_FILENO);
+    close_range(STDERR_FILENO + 1, ~0u, 0);  // whatever else we were given
     setenv("MARLO_ROOT", root, 1);
     if (limits.memory) limit(RLIMIT_AS, *limits.memory);
     if (!limits.may_dump_core) limit(RLIMIT_CORE, 0);

@@ -55,11 +55,13 @@ uint32_t packet_crc(std::span<const uint8_t> packet) {
     return crc_of(packet.subspan(kHeaderSize), crc_of(zero, crc_of(packet.first(kCrcAt))));
 }
 
-std::vector<uint8_t> make_packet(uint32_t id, std::initializer_list<uint32_t> payload_words) {
+std::vector<uint8_t> make_packet(uint32_t id, std::initializer_list<uint32_t> payload_words,
+                                 std::span<const uint8_t> data) {
     std::vector<uint8_t> packet;
-    const size_t length = kHeaderSize + 4 * payload_words.size();
+    const size_t length = kHeaderSize + 4 * payload_words.size() + data.size();
     append_words(packet, {id, kMagic, static_cast<uint32_t>(length), 0});
     append_words(packet, payload_words);
+    packet.insert(packet.end(), data.begin(), data.end());
     put_word(packet, kCrcAt, packet_crc(packet));
     return packet;
 }

@@ -52,7 +52,8 @@ const char* state_name(State state);
 // "IMG_INFO_REQ"; the number for an id without a name.
 std::string message_name(uint32_t id);
 
-std::vector<uint8_t> make_packet(uint32_t id, std::initializer_list<uint32_t> payload_words);
+std::vector<uint8_t> make_packet(uint32_t id, std::initializer_list<uint32_t> payload_words,
+                                 std::span<const uint8_t> data = {});
 
 // Empty if the header of a packet is right, else what is wrong with it in words.
 std::string header_error(std::span<const uint8_t> packet);

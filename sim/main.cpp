@@ -6,6 +6,7 @@
 #include <iostream>
 #include <memory>
 
+#include "sim/chaos/chaos_trial.h"
 #include "sim/daemon_log.h"
 #include "sim/options.h"
 #include "sim/plain_output.h"
@@ -51,18 +52,23 @@ std::unique_ptr<Display> make_display(const Options& options) {
     return std::make_unique<PlainOutput>(std::cout);
 }
 
-int report(const Options& options, const Session::Result& result) {
-    if (result.verdict.outcome == Verdict::kPass) {
-        std::cout << "PASS " << options.scenario << std::endl;
+// `name`: of what was run.
+int report(const std::string& name, const Verdict& verdict, int signal) {
+    if (verdict.outcome == Verdict::kPass) {
+        std::cout << "PASS " << name << std::endl;
         return std::cout ? kPassed : kCannotRun;  // a verdict that nobody can read is none
     }
-    std::cout << "FAIL " << options.scenario << ": " << printable(result.verdict.why) << std::endl;
-    return result.signal ? kSignalBase + result.signal : kFailed;
+    std::cout << "FAIL " << name << ": " << printable(verdict.why) << std::endl;
+    return signal ? kSignalBase + signal : kFailed;
+}
+
+void tell_kept_root(const Options& options, const std::filesystem::path& root) {
+    if (options.keep) std::cerr << "the root is kept: " << root.string() << std::endl;
 }
 
 // What goes wrong before the daemon runs is an error of the caller or the machine, not of the
 // daemon.
-int run(const Options& options, const Scenario& scenario) {
+int run_scenario(const Options& options, const Scenario& scenario) {
     SignalWatch signals;
     Root::sweep();
     const std::unique_ptr<Display> display = make_display(options);
@@ -74,9 +80,30 @@ int run(const Options& options, const Scenario& scenario) {
     } catch (const std::exception& error) {
         result = {{Verdict::kFail, error.what()}};
     }
-    if (options.keep) std::cerr << "the root is kept: " << session->root().string() << std::endl;
+    tell_kept_root(options, session->root());
     session.reset();
-    return report(options, result);
+    return report(options.scenario, result.verdict, result.signal);
+}
+
+int run_trial(const Options& options) {
+    SignalWatch signals;
+    Root::sweep();
+    std::unique_ptr<Trial> trial = std::make_unique<ChaosTrial>(options, signals);
+    TrialResult result = trial->run();
+    tell_kept_root(options, trial->root());
+    const std::string name = trial->name();
+    if (!result.signal) result.verdict.why += "; once more: ./dev run " + trial->command();
+    trial.reset();
+    return report(name, result.verdict, result.signal);
+}
+
+int run(const Options& options) {
+    if (options.mode != Mode::kScenario) return run_trial(options);
+    if (const Scenario* scenario = find_scenario(options.scenario)) {
+        return run_scenario(options, *scenario);
+    }
+    std::cerr << "marlo-sim: no scenario " << options.scenario << "; --list shows them\n";
+    return kCannotRun;
 }
 
 }  // namespace
@@ -92,14 +119,8 @@ int main(int count, char** arguments) {
         list_faults();
         return kPassed;
     }
-    const Scenario* scenario = find_scenario(parsed.options.scenario);
-    if (!scenario) {
-        std::cerr << "marlo-sim: no scenario " << parsed.options.scenario
-                  << "; --list shows them\n";
-        return kCannotRun;
-    }
     try {
-        return run(parsed.options, *scenario);
+        return run(parsed.options);
     } catch (const std::exception& error) {
         std::cerr << "marlo-sim: " << error.what() << std::endl;
         return kCannotRun;

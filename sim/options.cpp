@@ -33,6 +33,32 @@ void add_fault(Options& options, const std::string& text) {
     }
 }
 
+void declare_common(CLI::App& app, Options& options) {
+    app.add_option("--root", options.root, "Directory to use as the daemon's root")
+        ->option_text("DIR");
+    app.add_flag("--keep", options.keep, "Leave the root in place at the end");
+    app.add_option("--daemon", options.daemon, "The daemon")->option_text("PATH");
+    app.add_option("--transcript", options.transcript, "Write what happens, as lines of JSON")
+        ->option_text("FILE");
+    app.add_flag("--quiet", options.quiet, "Print the last line only");
+}
+
+void declare_seed(CLI::App& app, Options& options) {
+    app.add_option("--seed", options.seed, "What happens: the same for the same number (1)")
+        ->option_text("NUMBER");
+}
+
+void declare_trials(CLI::App& app, Options& options) {
+    CLI::App* chaos = app.add_subcommand(
+        "chaos", "The daemon against a co-processor out of order, and at last one in order");
+    chaos->callback([&options] { options.mode = Mode::kChaos; });
+    declare_common(*chaos, options);
+    declare_seed(*chaos, options);
+    chaos->add_option("--seconds", options.seconds, "How long it is out of order (20)")
+        ->check(CLI::Range(1u, kLongestTimeout))
+        ->option_text("SECONDS");
+}
+
 void declare(CLI::App& app, Options& options) {
     app.add_option("SCENARIO", options.scenario, "What happens; --list shows them")
         ->capture_default_str();
@@ -61,12 +87,6 @@ void declare(CLI::App& app, Options& options) {
            "Something that goes wrong; may be given several times, --list-faults shows them")
         ->allow_extra_args(false)
         ->option_text("NAME[@N][:VALUE]");
-    app.add_option("--root", options.root, "Directory to use as the daemon's root")
-        ->option_text("DIR");
-    app.add_flag("--keep", options.keep, "Leave the root in place at the end");
-    app.add_option("--daemon", options.daemon, "The daemon")->option_text("PATH");
-    app.add_option("--transcript", options.transcript, "Write what happens, as lines of JSON")
-        ->option_text("FILE");
     app.add_option("--timeout", options.timeout,
                    "Fail when nothing has moved on for so long, once the daemon has begun (60; "
                    "none with --no-daemon)")
@@ -74,7 +94,6 @@ void declare(CLI::App& app, Options& options) {
         ->option_text("SECONDS");
     app.add_flag("--list", options.list, "Show the scenarios");
     app.add_flag("--list-faults", options.list_faults, "Show the faults for --fault");
-    app.add_flag("--quiet", options.quiet, "Print the last line only");
 }
 
 }  // namespace
@@ -85,7 +104,9 @@ ParsedOptions parse_options(int count, char** arguments) {
     options.daemon = default_daemon();
     bool no_daemon = false;
     CLI::App app("Runs the daemon against a virtual co-processor and judges it.", "marlo-sim");
+    declare_common(app, options);
     declare(app, options);
+    declare_trials(app, options);
     app.add_flag("--no-daemon", no_daemon,
                  "Print the line that starts the daemon, and wait for it");
     try {

@@ -11,9 +11,15 @@
 
 namespace sim {
 
+// A scenario, or one of the trials, each a command of its own.
+enum class Mode { kScenario, kChaos };
+
 // The command line of marlo-sim.
 struct Options {
+    Mode mode = Mode::kScenario;
     std::string scenario = "update";
+    uint64_t seed = 1;      // of a trial that chooses
+    uint32_t seconds = 20;  // of chaos
     std::optional<std::filesystem::path> firmware;
     std::optional<std::filesystem::path> bt_firmware;
     std::optional<uint32_t> fragment;       // bytes

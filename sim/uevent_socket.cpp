@@ -58,7 +58,6 @@ void UeventSocket::announce(int marlo_event) {
 
 void UeventSocket::send(const std::string& action, const std::string& device,
                         const std::string& subsystem, const std::string& variable) {
-    take_clients();
     const std::string number = std::to_string(++sequence_number_);
     std::string message;
     for (const auto& [name, value] : {std::pair(action + "@", device),
@@ -69,6 +68,11 @@ void UeventSocket::send(const std::string& action, const std::string& device,
                                       {"SEQNUM=", number}}) {
         message.append(name).append(value).push_back('\0');
     }
+    send(message);
+}
+
+void UeventSocket::send(const std::string& message) {
+    take_clients();
     std::erase_if(clients_, [&message](int client) {
         const ssize_t sent =
             ::send(client, message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL);

@@ -21,6 +21,8 @@ class UeventSocket {
     // An event of the co-processor's device, in the midst of those that other devices send. It
     // never waits: who has not read for long misses events, as with the kernel.
     void announce(int marlo_event);
+    // Any message, which is not empty.
+    void send(const std::string& message);
 
   private:
     void send(const std::string& action, const std::string& device, const std::string& subsystem,
