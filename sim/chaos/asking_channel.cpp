@@ -14,7 +14,7 @@ constexpr uint32_t kRefusals[] = {1, 1, 1, 2, 5, 5, 40, 99, 100, 130};
 // The host may be about its boot mode meanwhile, with a control device that is busy.
 constexpr Time kLongestAnswer = std::chrono::seconds(60);
 // The kernel hands larger packets over in pieces, some of which may be taken when one is refused.
-constexpr size_t kLargestRefused = 256 * 1024;
+constexpr size_t kLargestRefused = 256 << 10;
 // So it does with larger reads, the first piece of which has at least so many bytes.
 constexpr size_t kSmallestPiece = 1'000'000;
 

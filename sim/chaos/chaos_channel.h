@@ -30,7 +30,7 @@ struct ChaosContext {
 
 // What is to go wrong next, and how many times; kForEver: it does not end.
 struct ChannelTrouble {
-    static constexpr uint32_t kForEver = UINT32_MAX;
+    static constexpr uint32_t kForEver = UINT32_MAX;  // as that of an episode
 
     uint32_t failing_opens = 0;
     int open_error = 0;

@@ -88,7 +88,7 @@ void ChaosTrial::begin_daemon() {
 }
 
 std::string ChaosTrial::wrong() {
-    const std::string failure = device_.failure();
+    std::string failure = device_.failure();
     if (!failure.empty()) return failure;
     if (device_.context().abort_due && !aborted_) {
         if (!abort_due_since_) abort_due_since_ = now();
@@ -96,7 +96,7 @@ std::string ChaosTrial::wrong() {
             return "the daemon has survived a download message of more than 44 bytes";
         }
     }
-    const std::string unanswered = device_.overdue(now());
+    std::string unanswered = device_.overdue(now());
     if (!unanswered.empty()) return unanswered;
     if (!machine_.daemon_runs()) return "";
     return watch_.look(now(), machine_.daemon(), machine_.requests(), device_.context().tasks);

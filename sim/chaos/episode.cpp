@@ -22,7 +22,7 @@ struct Weight {
 };
 constexpr Weight kWeights[] = {
     {Kind::kInOrder, 6, 6},       {Kind::kNoise, 30, 34},   {Kind::kRest, 3, 3},
-    {Kind::kHangUp, 10, 10},      {Kind::kRestart, 14, 3},   {Kind::kNoReturn, 1, 1},
+    {Kind::kHangUp, 10, 10},      {Kind::kRestart, 14, 3},  {Kind::kNoReturn, 1, 1},
     {Kind::kFalseEvent, 3, 2},    {Kind::kOddEvents, 4, 4}, {Kind::kProperty, 4, 3},
     {Kind::kEmptyReads, 4, 4},    {Kind::kOddPolls, 4, 4},  {Kind::kFailingReads, 4, 4},
     {Kind::kFailingWrites, 4, 4}, {Kind::kControls, 3, 3},  {Kind::kControlOpens, 2, 2},
@@ -110,6 +110,7 @@ Episode channel_trouble(Kind kind, Dice& dice) {
         case Kind::kHangUp:
             episode.count = dice.one_of(kFailingOpens);
             choose_error(episode, "failing opens after a hang-up", dice.one_of(kOpenErrors));
+            if (episode.count == 0) episode.words = "a hang-up";
             break;
         case Kind::kFailingReads:
             episode.count = dice.between(1, 30);
@@ -120,10 +121,15 @@ Episode channel_trouble(Kind kind, Dice& dice) {
             choose_error(episode, "failing writes", dice.one_of(kWriteErrors));
             break;
         case Kind::kEmptyReads:
-            episode.words = std::to_string(episode.count) + " empty reads";
+            episode.words = "empty reads";
             break;
         default:
-            episode.words = std::to_string(episode.count) + " polls that tell of an error";
+            episode.words = "polls that tell of an error";
+    }
+    const bool is_endless_one = kind == Kind::kEmptyReads || kind == Kind::kOddPolls;
+    if (is_endless_one && dice.one_in(2)) {
+        episode.count = Episode::kForEver;
+        episode.patience = 2500ms;  // a whole second of it among them
     }
     return episode;
 }
@@ -142,11 +148,20 @@ Episode control_trouble(Kind kind, Dice& dice) {
     return episode;
 }
 
+Episode property_change(Dice& dice) {
+    Episode episode{.kind = Kind::kProperty, .words = {}};
+    std::tie(episode.property, episode.value) = odd_property(dice);
+    episode.words = episode.property + " = " + episode.value.substr(0, 20);
+    episode.patience = 1200ms;
+    episode.requests = 100;
+    return episode;
+}
+
 }  // namespace
 
 Episode choose_episode(Dice dice, bool no_flash) {
     const Kind kind = choose_kind(dice, no_flash);
-    Episode episode{.kind = kind, .words = {}};
+    Episode episode{.kind = kind, .words = "rest"};
     switch (kind) {
         case Kind::kInOrder:
         case Kind::kNoise:
@@ -170,13 +185,9 @@ Episode choose_episode(Dice dice, bool no_flash) {
             episode = control_trouble(kind, dice);
             break;
         case Kind::kProperty:
-            std::tie(episode.property, episode.value) = odd_property(dice);
-            episode.words = episode.property + " = " + episode.value.substr(0, 20);
-            episode.patience = 1200ms;
-            episode.requests = 100;
+            episode = property_change(dice);
             break;
         case Kind::kRest:
-            episode.words = "rest";
             break;
         case Kind::kNewDaemon:
             episode.words = "the daemon is ended and started again";

@@ -30,6 +30,8 @@ struct Episode {
         kControlOpens,   // the control device cannot be opened `count` times, and there is a reset
         kNewDaemon,      // the daemon is ended and started again
     };
+    static constexpr uint32_t kForEver = UINT32_MAX;
+
     Kind kind;
     std::string words;
     Channel channel = Channel::kRma;
