@@ -16,8 +16,10 @@ namespace {
 constexpr short kChannelEvents = POLLIN | POLLHUP;
 
 // Between two passes in a row that took nothing in: a channel that keeps failing costs no more
-// than a hundred passes a second.
+// than a hundred passes a second, and twenty once it has done nothing else for a second.
 constexpr useconds_t kFruitlessPauseUs = 10'000;
+constexpr useconds_t kHopelessPauseUs = 50'000;
+constexpr int kHopelessPasses = 100;
 
 // How often a reader without a wake-up pipe looks for the request to stop.
 constexpr int kPipelessPollMs = 1'000;
@@ -33,7 +35,7 @@ thread_local const marlo_glink* t_reporting = nullptr;
 
 void marlo_glink::glink_thread_routine(marlo_glink* self) {
     self->_reader_id = std::this_thread::get_id();
-    bool took_nothing_before = false;
+    int fruitless_passes = 0;  // in a row
     while (true) {
         const reader_pass pass = self->poll_and_read();
         if (pass == reader_pass::stop) {
@@ -43,11 +45,15 @@ void marlo_glink::glink_thread_routine(marlo_glink* self) {
         if (pass != reader_pass::failed && self->g_glink_err_cnt != 0) {
             self->g_glink_err_cnt = 0;
         }
-        const bool took_nothing = pass != reader_pass::delivered;
-        if (took_nothing && took_nothing_before) {
-            os::usleep(kFruitlessPauseUs);
+        if (pass == reader_pass::delivered) {
+            fruitless_passes = 0;
+            continue;
         }
-        took_nothing_before = took_nothing;
+        if (fruitless_passes > 0) {
+            const bool is_hopeless = fruitless_passes == kHopelessPasses;
+            os::usleep(is_hopeless ? kHopelessPauseUs : kFruitlessPauseUs);
+        }
+        fruitless_passes = std::min(fruitless_passes + 1, kHopelessPasses);
     }
 }
 
