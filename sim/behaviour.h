@@ -36,6 +36,7 @@ struct Behaviour {
     uint64_t flash_rate = 0;        // bytes per second that are erased or written; 0: at once
     uint32_t payload_limit = 4096;  // largest misc data packet, header included; at least 17
     RmaLength rma = RmaLength::kShort;
+    bool rma_goes_on = false;      // reads all back also at openings after the end of its program
     bool misses_requests = false;  // the control device: some of the host never reach it
     std::vector<FaultRequest> faults;
 };

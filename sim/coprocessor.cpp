@@ -108,6 +108,10 @@ BackingFiles Coprocessor::backing_files(bool with_unanswered) const {
     return rma_->backing_files(with_unanswered);
 }
 
+std::set<std::string> Coprocessor::acknowledged_files() const {
+    return rma_->acknowledged_files();
+}
+
 std::string Coprocessor::remoteproc_state() const {
     return status_.running ? "running\n" : "offline\n";
 }

@@ -12,6 +12,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -21,13 +22,13 @@
 #include "sim/device.h"
 #include "sim/event.h"
 #include "sim/firmware_bundle.h"
+#include "sim/reporter.h"
 
 namespace sim {
 
 class DfuClient;
 class MiscDataReceiver;
 class PacketChannel;
-class Reporter;
 class RmaClient;
 struct ControlRequest;
 
@@ -75,6 +76,8 @@ class Coprocessor : public Device {
     // both. The power-up waits until the daemon has let go of the channels that hung up, so that a
     // restart takes the same course on a busy machine.
     void restart_announced(std::optional<Time> length);
+    // Ends one that has no length.
+    void announce_power_up() { power_up_at_ = reporter_->now(); }
 
     // The channels that are open hang up; the co-processor goes on.
     void hang_up_channels();
@@ -110,6 +113,10 @@ class Coprocessor : public Device {
     // What the host must have in /data/vendor/aon once "rma ends" was told. Before that it may be
     // one write ahead, the one that it has not acknowledged: `with_unanswered` shows that.
     BackingFiles backing_files(bool with_unanswered = false) const;
+    // The names of those that the host has acknowledged to be there.
+    std::set<std::string> acknowledged_files() const;
+    // The host's process has ended. What it held, the next one does not know of.
+    void host_ended() { status_.wakelock_held = false; }
 
   private:
     int execute(const ControlRequest& request, UserMemory& memory);

@@ -21,7 +21,8 @@ enum class EventKind {
     kPacket,    // (model) direction ("to daemon", "from daemon"), channel, length, name and, where
                 // the message has them, image, offset, fragment, size, operation, code, state;
                 // on channel "misc" type, size, sequence, and of an answer status, limit; on
-                // channel "rma" memory, second, size, word, offset, block, result
+                // channel "rma" memory, second, size, word, offset, block, result, and of a request
+                // of the program step: its index
     kState,     // (model) boot_mode, running, spi_busy: after one of them was set
     kPhase,     // (model) phase: "erase", "session begins", "image", "image done",
                 // "session cancelled", "session ends"; image and name where there is one

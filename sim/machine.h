@@ -44,6 +44,8 @@ class Machine {
 
     // Shows the device files of `device`, which must outlive them. Throws MountError.
     void mount(const Start& start, Device& device);
+    // Takes them away again: no daemon runs.
+    void unmount() { files_.reset(); }
 
     // Starts the daemon, or another one when the one before has ended. The clock begins with the
     // first. Throws std::runtime_error if it cannot be started.

@@ -7,11 +7,14 @@
 #include <memory>
 
 #include "sim/chaos/chaos_trial.h"
+#include "sim/chaos/idle_trial.h"
 #include "sim/daemon_log.h"
+#include "sim/kill_trial.h"
 #include "sim/options.h"
 #include "sim/plain_output.h"
 #include "sim/screen.h"
 #include "sim/session.h"
+#include "sim/soak_trial.h"
 
 namespace {
 
@@ -85,10 +88,26 @@ int run_scenario(const Options& options, const Scenario& scenario) {
     return report(options.scenario, result.verdict, result.signal);
 }
 
+std::unique_ptr<Trial> make_trial(const Options& options, SignalWatch& signals) {
+    switch (options.mode) {
+        case Mode::kChaos:
+            return std::make_unique<ChaosTrial>(options, signals);
+        case Mode::kKill:
+            return std::make_unique<KillTrial>(options, signals);
+        case Mode::kSoak:
+            return std::make_unique<SoakTrial>(options, signals);
+        case Mode::kIdle:
+            return std::make_unique<IdleTrial>(options, signals);
+        case Mode::kScenario:
+            break;
+    }
+    return nullptr;
+}
+
 int run_trial(const Options& options) {
     SignalWatch signals;
     Root::sweep();
-    std::unique_ptr<Trial> trial = std::make_unique<ChaosTrial>(options, signals);
+    std::unique_ptr<Trial> trial = make_trial(options, signals);
     TrialResult result = trial->run();
     tell_kept_root(options, trial->root());
     const std::string name = trial->name();

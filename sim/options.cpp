@@ -15,7 +15,8 @@ namespace {
 constexpr uint32_t kFragmentHeader = 28;
 constexpr uint32_t kLargestFragment = kLargestTransfer - kFragmentHeader;
 constexpr uint64_t kHighestRate = 1'000'000'000'000;  // far above any flash, far below an overflow
-constexpr unsigned kLongestTimeout = 7 * 24 * 3600;   // seconds
+constexpr unsigned kMostTimes = 1'000'000;
+constexpr unsigned kLongestTimeout = 7 * 24 * 3600;  // seconds
 
 // Where an installation has it, else where the build tree has it.
 fs::path default_daemon() {
@@ -48,15 +49,38 @@ void declare_seed(CLI::App& app, Options& options) {
         ->option_text("NUMBER");
 }
 
+CLI::App& declare_trial(CLI::App& app, Options& options, const char* name, const char* what,
+                        Mode mode) {
+    CLI::App* trial = app.add_subcommand(name, what);
+    trial->callback([&options, mode] { options.mode = mode; });
+    declare_common(*trial, options);
+    return *trial;
+}
+
+void declare_number(CLI::App& trial, const char* name, uint32_t& number, const char* what) {
+    trial.add_option(name, number, what)->check(CLI::Range(1u, kMostTimes))->option_text("NUMBER");
+}
+
 void declare_trials(CLI::App& app, Options& options) {
-    CLI::App* chaos = app.add_subcommand(
-        "chaos", "The daemon against a co-processor out of order, and at last one in order");
-    chaos->callback([&options] { options.mode = Mode::kChaos; });
-    declare_common(*chaos, options);
-    declare_seed(*chaos, options);
-    chaos->add_option("--seconds", options.seconds, "How long it is out of order (20)")
-        ->check(CLI::Range(1u, kLongestTimeout))
-        ->option_text("SECONDS");
+    CLI::App& chaos = declare_trial(
+        app, options, "chaos",
+        "The daemon against a co-processor out of order, and at last one in order", Mode::kChaos);
+    declare_seed(chaos, options);
+    declare_number(chaos, "--seconds", options.seconds, "How long it is out of order (20)");
+    CLI::App& kill = declare_trial(
+        app, options, "kill",
+        "The daemon killed at random moments while it keeps the co-processor's memory",
+        Mode::kKill);
+    declare_seed(kill, options);
+    declare_number(kill, "--times", options.times, "How often it is killed (100)");
+    CLI::App& soak = declare_trial(
+        app, options, "soak",
+        "Restarts of the variant without flash, and what the daemon holds after them", Mode::kSoak);
+    declare_number(soak, "--restarts", options.restarts, "How many (200)");
+    CLI::App& idle = declare_trial(
+        app, options, "idle", "What a daemon costs whose channel is broken for good", Mode::kIdle);
+    declare_number(idle, "--seconds", options.idle_seconds,
+                   "For how long each way of being broken is looked at (5)");
 }
 
 void declare(CLI::App& app, Options& options) {

@@ -12,7 +12,7 @@
 namespace sim {
 
 // A scenario, or one of the trials, each a command of its own.
-enum class Mode { kScenario, kChaos };
+enum class Mode { kScenario, kChaos, kKill, kSoak, kIdle };
 
 // The command line of marlo-sim.
 struct Options {
@@ -20,6 +20,9 @@ struct Options {
     std::string scenario = "update";
     uint64_t seed = 1;      // of a trial that chooses
     uint32_t seconds = 20;  // of chaos
+    uint32_t times = 100;   // that the daemon is killed
+    uint32_t restarts = 200;
+    uint32_t idle_seconds = 5;  // for each way of being broken
     std::optional<std::filesystem::path> firmware;
     std::optional<std::filesystem::path> bt_firmware;
     std::optional<uint32_t> fragment;       // bytes

@@ -48,6 +48,7 @@ RmaClient::RmaClient(const Behaviour& behaviour, Faults& faults, Reporter& repor
       faults_(faults),
       status_(status),
       program_(rma_program(behaviour.rma)),
+      goes_on_(behaviour.rma_goes_on),
       memory_(program_.partitions.size()) {}
 
 void RmaClient::on_open() {
@@ -76,8 +77,9 @@ void RmaClient::resume() {
 }
 
 void RmaClient::ask_next() {
-    if (next_ == program_.steps.size()) return;
+    const bool ended = next_ == program_.steps.size();
     const bool read_back = !write_lost_ && !read_back_.empty();
+    if (ended && !(read_back && goes_on_)) return;
     const RmaStep& step = read_back ? read_back_.front() : program_.steps[next_];
     const bool needs_connection = step.kind == RmaStep::kRead || step.kind == RmaStep::kWrite;
     if (needs_connection && connected_ != step.partition) {
@@ -111,7 +113,8 @@ void RmaClient::ask(const RmaStep& step, Purpose purpose) {
     }
     if (faults_.strikes(Fault::kRmaCrcWrong)) rma::spoil_crc(message);
     outstanding_ = std::move(request);
-    send_message(std::move(message));
+    send_message(std::move(message),
+                 purpose == Purpose::kProgram ? std::optional(next_) : std::nullopt);
 }
 
 Bytes RmaClient::message_for(const Request& request) const {
@@ -137,8 +140,9 @@ Bytes RmaClient::message_for(const Request& request) const {
     return {};
 }
 
-void RmaClient::send_message(Bytes message) {
+void RmaClient::send_message(Bytes message, std::optional<size_t> step) {
     nlohmann::json description = rma::describe(message);
+    if (step) description["step"] = *step;
     send(std::move(message), std::move(description));
 }
 
@@ -233,7 +237,10 @@ Bytes RmaClient::contents(const RmaStep& read) const {
 void RmaClient::answered() {
     const Request request = *std::exchange(outstanding_, std::nullopt);
     const RmaStep& step = request.step;
-    if (step.kind == RmaStep::kConnect) connected_ = step.partition;
+    if (step.kind == RmaStep::kConnect) {
+        connected_ = step.partition;
+        acknowledged_.insert(file_name(program_.partitions[step.partition]));
+    }
     if (step.kind == RmaStep::kDisconnect && connected_ == step.partition) connected_.reset();
     if (step.kind == RmaStep::kWrite && write_result(request) == kWritten) {
         Bytes& memory = *memory_[step.partition];

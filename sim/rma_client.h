@@ -11,6 +11,7 @@
 #include <deque>
 #include <initializer_list>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -31,6 +32,7 @@ class RmaClient : public PacketChannel {
     // What the host must have on disk, byte for byte and nothing else. Between a write and its
     // answer the host may be one step ahead: `with_unanswered` shows it there.
     BackingFiles backing_files(bool with_unanswered) const;
+    const std::set<std::string>& acknowledged_files() const { return acknowledged_; }
 
   private:
     enum class Purpose { kConnectFirst, kReadBack, kProgram };
@@ -50,7 +52,7 @@ class RmaClient : public PacketChannel {
     void ask_next();
     void ask(const RmaStep& step, Purpose purpose);
     Bytes message_for(const Request& request) const;
-    void send_message(Bytes message);
+    void send_message(Bytes message, std::optional<size_t> step = {});
     void answered();
     void step_done();
 
@@ -64,6 +66,7 @@ class RmaClient : public PacketChannel {
     Faults& faults_;
     Status& status_;
     const RmaProgram program_;
+    const bool goes_on_;
 
     size_t next_ = 0;  // the step of the program that is under way or comes next
     bool begun_ = false;
@@ -72,6 +75,7 @@ class RmaClient : public PacketChannel {
     std::optional<Request> outstanding_;
 
     std::vector<std::optional<Bytes>> memory_;  // per partition, none: not connected so far
+    std::set<std::string> acknowledged_;        // files of partitions whose CONNECT was answered
     std::optional<size_t> connected_;           // the host knows this partition
     uint32_t last_memory_id_ = 0;               // of the last CONNECT
     uint32_t client_word_ = 0xC1000000;         // of the last CONNECT; another one each time

@@ -111,7 +111,7 @@ std::string Trial::property(const std::string& name) const {
 }
 
 void Trial::daemon_logged(std::string line) {
-    ++log_lines_;
+    logged(line);
     log_.push_back(std::move(line));
     if (log_.size() > kLogLines) log_.pop_front();
 }

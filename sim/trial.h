@@ -41,6 +41,7 @@ class Trial : protected Observer, private Machine::Watcher {
     virtual std::string wrong() { return ""; }
     // Events of the model; those that kernel announces have been announced.
     virtual void happened(const Event&) {}
+    virtual void logged(const std::string& /*line*/) {}  // by the daemon
 
     [[noreturn]] static void failed(const std::string& why);
     // Has the machine go on until it is done; after `limit` it has failed, for want of `what`.
@@ -59,7 +60,6 @@ class Trial : protected Observer, private Machine::Watcher {
     // How often the model has told of this phase, and the value of a property written last.
     uint64_t phases(const std::string& phase) const;
     std::string property(const std::string& name) const;
-    uint64_t log_lines() const { return log_lines_; }
 
     void event(const Event& event) override;
 
@@ -86,9 +86,8 @@ class Trial : protected Observer, private Machine::Watcher {
     std::map<std::string, uint64_t> phases_;
     std::map<std::string, std::string> properties_;
     std::deque<std::string> log_;  // its last lines
-    uint64_t log_lines_ = 0;
-    std::string end_;  // of the daemon, when it should not have ended
-    int ending_ = 0;   // the signal that is to end it
+    std::string end_;              // of the daemon, when it should not have ended
+    int ending_ = 0;               // the signal that is to end it
 };
 
 }  // namespace sim

@@ -70,6 +70,11 @@ void ChaosChannel::send(Bytes packet) {
     outbox_.push_back(std::move(packet));
 }
 
+bool ChaosChannel::readable() const {
+    const bool fails_for_ever = trouble_.failing_reads == ChannelTrouble::kForEver;
+    return fails_for_ever || trouble_.empty_reads > 0 || !outbox_.empty();
+}
+
 Bytes ChaosChannel::take_packet() {
     if (take_one(trouble_.empty_reads)) {
         count("empty read");

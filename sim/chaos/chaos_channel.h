@@ -56,7 +56,7 @@ class ChaosChannel {
     int open();
     void close();
     int receive(std::span<const uint8_t> packet);
-    bool readable() const { return trouble_.empty_reads > 0 || !outbox_.empty(); }
+    bool readable() const;
     bool hung_up() const { return hung_up_; }
     Bytes take_packet();
     std::optional<int> read_error();

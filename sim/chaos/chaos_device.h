@@ -61,6 +61,7 @@ class ChaosDevice : public Device {
 
     const Coprocessor& model() const { return *model_; }
     ChaosContext& context() { return context_; }
+    bool is_open(Channel channel) const { return find(channel).is_open(); }
     bool any_open() const;
     bool in_download() const { return dfu_.in_download(); }
     bool version_told() const { return version_told_; }  // to this host

@@ -21,6 +21,7 @@ class ChaosTrial : public Trial {
   private:
     void perform() override;
     std::string wrong() override;
+    void logged(const std::string&) override { watch_.logged(); }
     bool may_end(const DaemonEnd& end) override;
 
     void play(const Episode& episode);

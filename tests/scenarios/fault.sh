@@ -18,6 +18,8 @@ refused 'hang-up-at-info: ms until the channel is back must be' --fault hang-up-
 refused '--payload-limit' --payload-limit 16
 refused '--bt-firmware' --bt-firmware "$scratch/nowhere"
 refused 'neither mrbtfw20.mbn nor' noflash --bt-firmware "$scratch"
+refused 'not expected' chaos --fault erase-fails
+refused '--times' kill --times 0
 refused 'flash.bin' no-flash-image --firmware "$scratch"
 simulate --list-faults >"$scratch/faults" || fail "--list-faults: exit status $?"
 grep -q '^erase-fails .*VALUE: response code (1)$' "$scratch/faults" || fail "not listed: erase-fails"

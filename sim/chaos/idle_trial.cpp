@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/chaos/idle_trial.h"
+
+#include <poll.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+
+#include "sim/process_usage.h"
+
+namespace sim {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr double kMostCpu = 1;  // per cent of one processor
+constexpr Time kLongestStart = 20s;
+constexpr Time kGivingUp = 4s;        // after three opens that fail, a second each
+constexpr Time kLosingHope = 1500ms;  // after a hundred reads, a hundredth of a second each
+constexpr uint32_t kForEver = ChannelTrouble::kForEver;
+
+}  // namespace
+
+IdleTrial::IdleTrial(const Options& options, SignalWatch& signals)
+    : Trial(options, signals, find_scenario("update")->start) {}
+
+std::string IdleTrial::command() const {
+    return "idle --seconds " + std::to_string(options_.idle_seconds);
+}
+
+void IdleTrial::perform() {
+    look_at("update", Channel::kDfu);
+    look_at("noflash-done", Channel::kRma);
+}
+
+std::string IdleTrial::wrong() {
+    return device_ ? device_->failure() : "";
+}
+
+void IdleTrial::look_at(const std::string& name, Channel channel) {
+    const Way ways[] = {
+        {"reads that bring nothing", {.empty_reads = kForEver}},
+        {"polls that tell of an error", {.odd_polls = kForEver, .odd_events = POLLERR}},
+        {"reads that fail", {.failing_reads = kForEver, .read_error = EIO}},
+        {"a hang-up without return", {.failing_opens = kForEver, .open_error = ENODEV}, true},
+    };
+    const Scenario& scenario = *find_scenario(name);
+    device_ = std::make_unique<ChaosDevice>(
+        ChaosSetup{options_.seed, behaviour_for(scenario, firmware_), firmware_, misc_data_, false},
+        static_cast<Observer&>(*this));
+    machine_.mount(scenario.start, *device_);
+    device_->set_silent(true);
+    set_properties(scenario.start.properties);
+    start_daemon();
+    wait_for("the daemon opens the channel", kLongestStart,
+             [&] { return device_->is_open(channel); });
+    say(name + ", the channel broken for good:");
+    for (const Way& way : ways) look_at(channel, way);
+    device_->context().host_ends = true;
+    end_daemon(SIGTERM);
+    machine_.unmount();
+}
+
+void IdleTrial::look_at(Channel channel, const Way& way) {
+    device_->trouble(channel) = way.trouble;
+    if (way.hangs_up) device_->hang_up(channel);
+    machine_.serve_channels();
+    pass(way.hangs_up ? kGivingUp : kLosingHope);
+    const auto before = usage_of(machine_.daemon());
+    const Time begin = now();
+    pass(std::chrono::seconds(options_.idle_seconds));
+    const auto after = usage_of(machine_.daemon());
+    if (!before || !after) failed("the daemon is not there");
+    const double used = static_cast<double>(Time(after->cpu - before->cpu).count());
+    const double cpu = 100 * used / static_cast<double>((now() - begin).count());
+    char text[100];
+    std::snprintf(text, sizeof text, "%.2f %% of one processor: %s", cpu, way.words);
+    say(text);
+    if (cpu >= kMostCpu) failed(text);
+}
+
+}  // namespace sim
