@@ -72,6 +72,7 @@ void Platform::device(const std::string& path) {
 void Platform::remove(const std::string& path) {
     const std::lock_guard lock(mutex_);
     nodes_.erase(path);
+    directories_.erase(path);
 }
 
 void Platform::directory(const std::string& path,

@@ -63,6 +63,8 @@ TEST_F(Boot, WithoutAPilDeviceTheStateIsUnknown) {
     platform().directory("/sys/class/remoteproc/", {});
     EXPECT_EQ(daemon_->getMarloPILDevice(), 1);
     EXPECT_EQ(daemon_->getMarloPILStatus(), 2);
+    platform().remove("/sys/class/remoteproc/");
+    EXPECT_EQ(daemon_->getMarloPILDevice(), 1);
 }
 
 TEST_F(Boot, PilStatusIsReadFromTheBeginningOfTheState) {
@@ -94,6 +96,15 @@ TEST_F(Boot, TwmExitIsPendingOnlyWhereTheStateIsOne) {
     EXPECT_EQ(platform().open_descriptors(), 0);
     platform().next_descriptor(0);
     EXPECT_FALSE(daemon_->isTWMexit());  // descriptor 0 counts as a failed open
+}
+
+TEST_F(Boot, PendingTwmExitComesFirstAndKeepsTheDump) {
+    platform().file(kTwm, "1\n");
+    platform().file(kSubtype, "1\n");
+    start_until_sleep(1);
+    EXPECT_THAT(actions(),
+                ElementsAre("set persist.vendor.ssr.enable_ramdumps=1", "TWM exit", "save dump",
+                            "set persist.vendor.ssr.enable_ramdumps=0", "sleep 1"));
 }
 
 TEST_F(Boot, PlatformSubtypeMustBeZero) {

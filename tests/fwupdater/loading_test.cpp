@@ -39,6 +39,8 @@ TEST_F(Loading, PartitionsThenFixedImages) {
     EXPECT_EQ(told,
               "send 4: 7 0 0\nsend 4: 8 8 0\nsend 4: 9 8 0\nsend 4: 10 0 0\n"
               "send 4: 1 5 0\nsend 4: 2 5 0\nsend 4: 3 0 0\nsend 4: 4294967295 0 0\n");
+    updater_.sendmarloImageOffsetRes(7, 0, 4);  // of a partition without an image
+    EXPECT_EQ(recording_.take().back(), "send 6: 7 0 4");
     EXPECT_EQ(logged("firmware seven resource Size : 8"), 2U);
     EXPECT_EQ(logged("readFile Path : /vendor/firmware_mnt/image//eight.bin"), 2U);
     EXPECT_EQ(logged("open /vendor/firmware_mnt/image//eight.bin"), 1U);  // and held once
@@ -57,6 +59,12 @@ TEST_F(Loading, IncompleteDocuments) {
     EXPECT_EQ(load(), 0U);
     EXPECT_EQ(logged("bank_1_node is NULL"), 1U);
     EXPECT_FALSE(updater_.checkForFlashbin());
+    image("./partition_table.xml", "<t>" + std::string(100'000, ' ') + "</t>");
+    {
+        const AllocationLimit limit(100'007);  // the file, but no copy of it
+        EXPECT_EQ(load(), 0U);
+    }
+    EXPECT_EQ(logged(", no memory for the partitions of "), 1U);
     for (const char* without_table : {"<!---->", "<t><Bank_1/></t>"}) {
         image("./partition_table.xml", without_table);
         EXPECT_EQ(load(), 1U) << without_table;
@@ -77,6 +85,10 @@ TEST_F(Loading, WhatIsNoReadableRegularFileIsEmpty) {
                                        static_cast<unsigned>(mode) | 0644U);
         EXPECT_TRUE(updater_.readFile("odd").empty()) << mode;
     }
+    scripted::platform().script_read(good, {Bytes(3, 'g')});
+    scripted::platform().script_read(good, {});  // it has become shorter meanwhile
+    EXPECT_EQ(updater_.readFile("good"), Bytes(3, 'g'));
+    EXPECT_EQ(logged("only 3 of the 100000 bytes of " + good), 1U);
     scripted::platform().script_read(good, scripted::failure(EIO));
     EXPECT_TRUE(updater_.readFile("good").empty());
     const AllocationLimit limit(99'999);

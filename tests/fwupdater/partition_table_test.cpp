@@ -58,3 +58,19 @@ TEST(PartitionTable, TellsHowFarTheDocumentGoes) {
     EXPECT_EQ(table->no_of_partitions, "1");
     EXPECT_EQ(table->partitions.size(), 2U);
 }
+
+TEST(PartitionTable, TenMegabytesAreReadOrRefused) {
+    std::string nested;
+    while (nested.size() < 10'000'000) {
+        nested += "<a>";
+    }
+    EXPECT_FALSE(parse(nested));
+    std::string many = "<r><Bank_1><Partition_table>";
+    size_t count = 0;
+    for (; many.size() < 10'000'000; ++count) {
+        many += "<Partition><img_id>7</img_id></Partition>";
+    }
+    const auto table = parse(many + "</Partition_table></Bank_1></r>");
+    ASSERT_TRUE(table);
+    EXPECT_EQ(table->partitions.size(), count);
+}

@@ -2,6 +2,7 @@
 #include <random>
 #include <regex>
 
+#include "tests/allocation_limit.h"
 #include "tests/fwupdater/recording.h"
 
 namespace {
@@ -72,6 +73,7 @@ TEST_F(VersionCheck, LaterLineWinsAndAKeyInsideAValueCounts) {
 }
 
 TEST_F(VersionCheck, FallbackIsReadOnlyWhenThePrimaryDoesNotOpen) {
+    EXPECT_EQ(updater_.readMarloMetaBuildInfo().apps_cochip, "");
     scripted::platform().file(kFallback, "\"apps_cochip\": \"FALLBACK\"\n");
     EXPECT_EQ(updater_.readMarloMetaBuildInfo().apps_cochip, "FALLBACK");
     scripted::platform().file(kPrimary, "no keys here\n");
@@ -80,6 +82,14 @@ TEST_F(VersionCheck, FallbackIsReadOnlyWhenThePrimaryDoesNotOpen) {
     scripted::platform().script_read(kPrimary, scripted::failure(EIO));
     EXPECT_EQ(updater_.readMarloMetaBuildInfo().apps_cochip, "");
     EXPECT_EQ(logged("aon build from /vendor/firmware_mnt/image/tbx7700_ver_info.txt."), 3U);
+}
+
+TEST_F(VersionCheck, VersionsThatDoNotFitIntoMemoryAreUnknown) {
+    scripted::platform().file(kPrimary, "\"apps_cochip\": \"A\"\n" + std::string(1'000'000, ' '));
+    EXPECT_EQ(updater_.readMarloMetaBuildInfo().apps_cochip, "A");
+    const AllocationLimit limit(1'000'019);  // the file, but no copy of it
+    EXPECT_EQ(updater_.readMarloMetaBuildInfo().apps_cochip, "");
+    EXPECT_EQ(logged(std::string("no memory for the versions in ") + kPrimary), 1U);
 }
 
 TEST_F(VersionCheck, ComparesInOrderAndSkipsEmptyTexts) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <future>
 
+#include "tests/allocation_limit.h"
 #include "tests/glink/channel_fixture.h"
 
 using scripted::platform;
@@ -79,6 +80,18 @@ TEST_F(Connection, ReaderThatCannotBeStartedIsAFailedOpen) {
     EXPECT_THAT(errors(), ElementsAre(GLINK_OPEN_FAILED));
     EXPECT_EQ(platform().open_descriptors(), 0);
     EXPECT_EQ(connect(), 0);
+}
+
+TEST_F(Connection, CallbacksWithoutMemoryAreRefusedAndThoseBeforeStay) {
+    marlo_deamon_log::set_level(marlo_deamon_log::log_level::none);  // the recording takes memory
+    {
+        const AllocationLimit limit(sizeof(glink_register_cb) - 1);
+        EXPECT_EQ(transport_->register_cb(nullptr, nullptr), -1);
+    }
+    marlo_deamon_log::set_level(marlo_deamon_log::log_level::verbose);
+    EXPECT_EQ(connect(), 0);
+    arrives(Bytes(16, 1));
+    EXPECT_EQ(packets().size(), 1u);
 }
 
 TEST_F(Connection, ReaderEndsWhenTheWakeUpCannotBeWritten) {

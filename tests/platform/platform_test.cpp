@@ -3,6 +3,8 @@
 #include <cutils/uevent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -14,6 +16,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <thread>
 
 #include "platform/linux/root.h"
@@ -87,6 +90,27 @@ TEST(Properties, AreTheOwnersAloneWhateverTheMask) {
     }
 }
 
+TEST(Properties, ThatCannotBeWrittenStayAndLeaveNothingBehind) {
+    const fs::path directory = Root::path / "run/marlo/properties";
+    fs::create_directories(directory / "vendor.directory");
+    const fs::path temporary = directory / (".vendor.linked." + std::to_string(gettid()));
+    fs::create_symlink(Root::path / "outside", temporary);
+    for (const char* name : {"vendor.directory", "vendor.linked"}) {
+        EXPECT_EQ(property_set(name, "1"), -1) << name;
+        EXPECT_EQ(property(name, "0"), "0") << name;
+    }
+    EXPECT_FALSE(fs::exists(Root::path / "outside"));
+    EXPECT_EQ(property_set("vendor.linked", nullptr), 0);  // the link is gone; as good as ""
+    EXPECT_EQ(property("vendor.linked", "0"), "0");
+    EXPECT_EQ(property_set(nullptr, "1"), -1);
+    EXPECT_EQ(property(nullptr, "0"), "0");
+    fs::remove_all(directory);
+    std::ofstream(directory) << "a file";
+    EXPECT_EQ(property_set("vendor.x", "1"), -1);
+    EXPECT_EQ(errno, ENOTDIR);
+    fs::remove(directory);
+}
+
 TEST(Properties, CanBeSetWithEchoAndFallBackToTheDefault) {
     EXPECT_EQ(property("vendor.unset"), "");
     EXPECT_EQ(property("vendor.unset", "0"), "0");
@@ -141,6 +165,33 @@ TEST(Calls, AbsolutePathsAreLookedUpBelowTheRoot) {
     os::closedir(directory);
     EXPECT_EQ(os::under_root("relative"), "relative");
     EXPECT_EQ(os::open("", O_RDONLY), -1);
+}
+
+TEST(Calls, ReachTheKernel) {
+    int ends[2];
+    ASSERT_EQ(os::pipe(ends), 0);
+    EXPECT_EQ(fcntl(ends[1], F_GETFD), FD_CLOEXEC);
+    pollfd entry = {ends[0], POLLIN, 0};
+    EXPECT_EQ(os::poll(&entry, 1, 0), 0);
+    std::thread writer = os::start_thread([&ends] { os::write(ends[1], "four", 4); });
+    os::join_thread(writer);
+    EXPECT_EQ(os::poll(&entry, 1, 0), 1);
+    int readable = 0;
+    EXPECT_EQ(os::ioctl(ends[0], FIONREAD, &readable), 0);
+    EXPECT_EQ(readable, 4);
+    os::close(ends[0]);
+    os::close(ends[1]);
+    EXPECT_GT(os::time(), 1'700'000'000);
+    EXPECT_EQ(os::sleep(0), 0u);
+    EXPECT_EQ(os::usleep(0), 0);
+    fs::create_directories(Root::path / "listed/one");
+    DIR* directory = os::opendir("/listed");
+    std::set<std::string> names;
+    while (const dirent* found = os::readdir(directory)) {
+        names.insert(found->d_name);
+    }
+    EXPECT_THAT(names, testing::ElementsAre(".", "..", "one"));
+    os::closedir(directory);
 }
 
 TEST(Calls, MemoryBelowFourGibibytesIsThereAndZeroed) {
