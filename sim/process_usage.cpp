@@ -55,7 +55,7 @@ std::optional<ProcessUsage> usage_of(pid_t process) {
 std::string usage_text(const ProcessUsage& usage) {
     constexpr double kMiB = 1 << 20;
     char text[100];
-    std::snprintf(text, sizeof text, "%d threads, %d descriptors, %.1f MiB", usage.threads,
+    std::snprintf(text, sizeof text, "%d threads, %d descriptors, %.2f MiB", usage.threads,
                   usage.descriptors, static_cast<double>(usage.memory) / kMiB);
     return text;
 }

@@ -21,7 +21,7 @@ struct ProcessUsage {
 // None: there is no such process any more.
 std::optional<ProcessUsage> usage_of(pid_t process);
 
-// "3 threads, 9 descriptors, 8.1 MiB"
+// "3 threads, 9 descriptors, 8.12 MiB"
 std::string usage_text(const ProcessUsage& usage);
 
 }  // namespace sim

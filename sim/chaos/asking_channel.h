@@ -14,7 +14,7 @@ namespace sim {
 
 class AskingChannel : public ChaosChannel {
   public:
-    AskingChannel(const char* name, HostFraming framing, MessageLayout layout,
+    AskingChannel(const char* name, const HostFraming& framing, const MessageLayout& layout,
                   ChaosContext& context)
         : ChaosChannel(name, context), reader_(framing), layout_(layout) {}
 

@@ -70,9 +70,19 @@ void ChaosChannel::send(Bytes packet) {
     outbox_.push_back(std::move(packet));
 }
 
+// Although there is no packet.
+bool ChaosChannel::promises_read() const {
+    return trouble_.failing_reads == ChannelTrouble::kForEver || trouble_.empty_reads > 0;
+}
+
 bool ChaosChannel::readable() const {
-    const bool fails_for_ever = trouble_.failing_reads == ChannelTrouble::kForEver;
-    return fails_for_ever || trouble_.empty_reads > 0 || !outbox_.empty();
+    return promises_read() || !outbox_.empty();
+}
+
+void ChaosChannel::set_trouble(const ChannelTrouble& trouble) {
+    const bool promised = connected() && promises_read();
+    trouble_ = trouble;
+    if (promised && trouble_.empty_reads == 0) trouble_.empty_reads = 1;
 }
 
 Bytes ChaosChannel::take_packet() {

@@ -71,7 +71,8 @@ class ChaosChannel {
     // The host that knew the channel has ended, and another one begins.
     virtual void new_host() {}
 
-    ChannelTrouble& trouble() { return trouble_; }
+    // From now on this goes wrong. What poll has promised to a reader stays there for one read.
+    void set_trouble(const ChannelTrouble& trouble);
 
   protected:
     virtual void opened() {}
@@ -92,6 +93,7 @@ class ChaosChannel {
     ChannelTrouble trouble_;
 
   private:
+    bool promises_read() const;
     unsigned odd() const { return trouble_.odd_polls > 0 ? trouble_.odd_events : 0; }
     void emit_change(const char* change);
     void emit_packet(const char* direction, std::span<const uint8_t> packet);

@@ -40,7 +40,7 @@ void ChaosDevice::new_host() {
     version_told_ = false;
     for (const Channel channel : kChannels) {
         find(channel).new_host();
-        find(channel).trouble() = {};
+        find(channel).set_trouble({});
     }
     failing_control_opens_ = 0;
     Dice dice = context_.dice.roll("host");

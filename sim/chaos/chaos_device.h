@@ -47,7 +47,9 @@ class ChaosDevice : public Device {
     // What goes wrong:
     void set_noise(uint32_t percent) { context_.noise = percent; }
     void set_silent(bool silent) { context_.may_send = !silent; }
-    ChannelTrouble& trouble(Channel channel) { return find(channel).trouble(); }
+    void set_trouble(Channel channel, const ChannelTrouble& trouble) {
+        find(channel).set_trouble(trouble);
+    }
     void hang_up(Channel channel) { find(channel).hang_up(); }
     void restart(std::optional<Time> length);  // as Coprocessor::restart_announced
     void fail_controls(uint32_t count) { failing_controls_ = count; }

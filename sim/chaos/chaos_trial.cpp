@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/chaos/chaos_trial.h"
 
+#include <poll.h>
+
 #include <cerrno>
 #include <csignal>
 #include <utility>
@@ -124,7 +126,7 @@ void ChaosTrial::play(const Episode& episode) {
         pass(5ms);
     }
     if (aborted_) renew_daemon();
-    device_.trouble(episode.channel) = {};
+    device_.set_trouble(episode.channel, {});
 }
 
 void ChaosTrial::begin(const Episode& episode) {
@@ -166,13 +168,14 @@ void ChaosTrial::begin(const Episode& episode) {
 }
 
 void ChaosTrial::disturb_channel(const Episode& episode) {
-    ChannelTrouble& trouble = device_.trouble(episode.channel);
+    ChannelTrouble trouble;
     switch (episode.kind) {
         case Kind::kEmptyReads:
             trouble.empty_reads = episode.count;
             break;
         case Kind::kOddPolls:
             trouble.odd_polls = episode.count;
+            trouble.odd_events = POLLERR;
             break;
         case Kind::kFailingReads:
             trouble.failing_reads = episode.count;
@@ -187,6 +190,7 @@ void ChaosTrial::disturb_channel(const Episode& episode) {
             trouble.open_error = episode.error;
             device_.hang_up(episode.channel);
     }
+    device_.set_trouble(episode.channel, trouble);
     machine_.serve_channels();
 }
 
@@ -279,10 +283,10 @@ void ChaosTrial::check_files() {
 }
 
 void ChaosTrial::tell_tally() {
-    say(std::to_string(episodes_) + " episodes; " + std::to_string(aborts_) +
-        " aborts of the daemon, each due; and how often what was done:");
+    say(std::to_string(episodes_) + " episodes, and the daemon ended " + std::to_string(aborts_) +
+        " times as it had to. How often what was done:");
     for (const auto& [what, count] : device_.context().tally) {
-        say(std::to_string(count) + "  " + what);
+        say("    " + what + ": " + std::to_string(count));
     }
 }
 

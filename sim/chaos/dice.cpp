@@ -26,7 +26,8 @@ uint32_t Dice::word() {
 }
 
 uint32_t Dice::below(uint32_t bound) {
-    return static_cast<uint32_t>((uint64_t{word()} * bound) >> 32);
+    const uint64_t scaled = static_cast<uint64_t>(word()) * bound;
+    return static_cast<uint32_t>(scaled >> 32);
 }
 
 uint32_t Dice::between(uint32_t lowest, uint32_t highest) {

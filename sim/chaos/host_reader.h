@@ -24,7 +24,7 @@ struct HostFraming {
 
 class HostReader {
   public:
-    explicit HostReader(HostFraming framing) : framing_(framing) {}
+    explicit HostReader(const HostFraming& framing) : framing_(framing) {}
 
     enum class Outcome {
         kMore,     // the message goes on with the next read

@@ -64,21 +64,25 @@ void IdleTrial::look_at(const std::string& name, Channel channel) {
 }
 
 void IdleTrial::look_at(Channel channel, const Way& way) {
-    device_->trouble(channel) = way.trouble;
+    device_->set_trouble(channel, way.trouble);
     if (way.hangs_up) device_->hang_up(channel);
     machine_.serve_channels();
     pass(way.hangs_up ? kGivingUp : kLosingHope);
     const auto before = usage_of(machine_.daemon());
     const Time begin = now();
+    const uint64_t requests = machine_.requests();
     pass(std::chrono::seconds(options_.idle_seconds));
     const auto after = usage_of(machine_.daemon());
     if (!before || !after) failed("the daemon is not there");
     const double used = static_cast<double>(Time(after->cpu - before->cpu).count());
     const double cpu = 100 * used / static_cast<double>((now() - begin).count());
-    char text[100];
-    std::snprintf(text, sizeof text, "%.2f %% of one processor: %s", cpu, way.words);
+    const uint64_t per_second = (machine_.requests() - requests) / options_.idle_seconds;
+    char text[120];
+    std::snprintf(text, sizeof text, "%.2f %% of one processor, %d requests a second: %s", cpu,
+                  static_cast<int>(per_second), way.words);
     say(text);
     if (cpu >= kMostCpu) failed(text);
+    if (per_second == 0 && !way.hangs_up) failed("the daemon looks at its channel no more");
 }
 
 }  // namespace sim
