@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "sim/process_memory.h"
+#include "sim/remote_processors.h"
 
 namespace sim {
 namespace {
@@ -16,20 +17,6 @@ struct ChannelName {
 constexpr ChannelName kChannels[] = {{"glink_pkt_marlo_dfu", Channel::kDfu},
                                      {"glink_pkt_marlo_custom_data", Channel::kMiscData},
                                      {"glink_pkt_marlo_rma", Channel::kRma}};
-
-// The processors of the chip as the remoteproc class lists them. Those of others are there so that
-// a host that takes the first one, or the state of another one, is found out.
-struct RemoteProcessor {
-    const char* directory;
-    const char* name;
-    const char* state;  // null: the co-processor's
-};
-constexpr RemoteProcessor kRemoteProcessors[] = {
-    {"remoteproc0", "4080000.remoteproc-mss\n", "running\n"},
-    {"remoteproc1", "soc:zeno,rproc-audio\n", "offline\n"},
-    {"remoteproc2", "soc:zeno,rproc-marlo\n", nullptr},
-    {"remoteproc3", "a400000.remoteproc-cdsp\n", "offline\n"},
-};
 
 class ControlDevice : public File {
   public:

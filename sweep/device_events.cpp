@@ -4,13 +4,11 @@
 #include <chrono>
 #include <cstring>
 
+#include "sim/remote_processors.h"
 #include "sweep/device.h"
 
 namespace sweep {
 namespace {
-
-constexpr const char* kRemoteProcessors[] = {"4080000.remoteproc-mss\n", "soc:zeno,rproc-audio\n",
-                                             "soc:zeno,rproc-marlo\n", "a400000.remoteproc-cdsp\n"};
 
 Bytes bytes_of(const std::string& text) {
     return {text.begin(), text.end()};
@@ -65,10 +63,10 @@ Device::Device(const DeviceSetup& setup)
         files_.add_directory(directory);
     }
     for (const auto& [path, bytes] : setup.files) files_.add(path, bytes);
-    for (size_t i = 0; i < std::size(kRemoteProcessors); ++i) {
-        const std::string directory = "/sys/class/remoteproc/remoteproc" + std::to_string(i);
-        files_.add(directory + "/name", bytes_of(kRemoteProcessors[i]));
-        files_.add(directory + "/state", bytes_of("offline\n"));
+    for (const sim::RemoteProcessor& processor : sim::kRemoteProcessors) {
+        const std::string directory = std::string("/sys/class/remoteproc/") + processor.directory;
+        files_.add(directory + "/name", bytes_of(processor.name));
+        files_.add(directory + "/state", bytes_of(processor.state ? processor.state : "offline\n"));
     }
     files_.add("/sys/class/pmic-lpm/pmic_twm_exit", bytes_of(start.twm_exit));
     const std::string soc = "/sys/devices/soc0/";

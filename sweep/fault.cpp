@@ -10,13 +10,6 @@
 namespace sweep {
 namespace {
 
-constexpr const char* kNames[] = {
-    "ioctl",       "open-control",  "open-channel", "open-file", "read-channel",
-    "read-file",   "write-channel", "write-file",   "wake",      "sync",
-    "rename",      "unlink",        "stat",         "list",      "poll",
-    "pipe",        "thread",        "property",     "memory",    "download-packet",
-    "misc-packet", "memory-packet", "uevent"};
-
 constexpr uint32_t kForGood = UINT32_MAX;
 
 constexpr Fault fails(std::string_view name, int error, uint32_t times = 1) {
@@ -108,88 +101,59 @@ constexpr Fault kAnywhere[] = {{"hang-up", Effect::kHangsUp, 0},
                                {"restart", Effect::kRestarts, 300},
                                {"kill", Effect::kKills}};
 
-bool is_anywhere(Occasion kind) {
-    switch (kind) {
-        case Occasion::kIoctl:
-        case Occasion::kOpenControl:
-        case Occasion::kOpenChannel:
-        case Occasion::kReadChannel:
-        case Occasion::kWriteChannel:
-        case Occasion::kWriteFile:
-        case Occasion::kSync:
-        case Occasion::kRename:
-        case Occasion::kUevent:
-        case Occasion::kProperty:
-            return true;
-        default:
-            return false;
-    }
-}
+// What may happen at an occasion: a row each, in their order.
+struct Row {
+    const char* name;
+    bool anywhere;  // kAnywhere as well
+    std::vector<std::span<const Fault>> faults;
+};
+const Row kRows[] = {{"ioctl", true, {kIoctlFaults}},
+                     {"open-control", true, {kOpenControlFaults}},
+                     {"open-channel", true, {kOpenChannelFaults}},
+                     {"open-file", false, {kOpenFileFaults}},
+                     {"read-channel", true, {kReadChannelFaults}},
+                     {"read-file", false, {kReadFileFaults}},
+                     {"write-channel", true, {kWriteChannelFaults}},
+                     {"write-file", true, {kWriteFileFaults}},
+                     {"wake", false, {kWakeFaults}},
+                     {"sync", true, {kSyncFaults}},
+                     {"rename", true, {kNameFaults}},
+                     {"unlink", false, {kNameFaults}},
+                     {"stat", false, {kNameFaults}},
+                     {"list", false, {kListFaults}},
+                     {"poll", false, {kPollFaults}},
+                     {"pipe", false, {kResourceFaults}},
+                     {"thread", false, {kResourceFaults}},
+                     {"property", true, {kPropertyFaults}},
+                     {"memory", false, {kResourceFaults}},
+                     {"download-packet", false, {kMessageFaults, kMagicFault, kCommonPacketFaults}},
+                     {"misc-packet", false, {kCommonPacketFaults}},
+                     {"memory-packet", false, {kMessageFaults, kCommonPacketFaults}},
+                     {"uevent", true, {kUeventFaults}}};
+static_assert(std::size(kRows) == static_cast<size_t>(Occasion::kUevent) + 1);
 
-std::vector<std::span<const Fault>> own_faults(Occasion kind) {
-    switch (kind) {
-        case Occasion::kIoctl:
-            return {kIoctlFaults};
-        case Occasion::kOpenControl:
-            return {kOpenControlFaults};
-        case Occasion::kOpenChannel:
-            return {kOpenChannelFaults};
-        case Occasion::kOpenFile:
-            return {kOpenFileFaults};
-        case Occasion::kReadChannel:
-            return {kReadChannelFaults};
-        case Occasion::kReadFile:
-            return {kReadFileFaults};
-        case Occasion::kWriteChannel:
-            return {kWriteChannelFaults};
-        case Occasion::kWriteFile:
-            return {kWriteFileFaults};
-        case Occasion::kWake:
-            return {kWakeFaults};
-        case Occasion::kSync:
-            return {kSyncFaults};
-        case Occasion::kRename:
-        case Occasion::kUnlink:
-        case Occasion::kStat:
-            return {kNameFaults};
-        case Occasion::kList:
-            return {kListFaults};
-        case Occasion::kPoll:
-            return {kPollFaults};
-        case Occasion::kPipe:
-        case Occasion::kThread:
-        case Occasion::kMemory:
-            return {kResourceFaults};
-        case Occasion::kProperty:
-            return {kPropertyFaults};
-        case Occasion::kDownloadPacket:
-            return {kMessageFaults, kMagicFault, kCommonPacketFaults};
-        case Occasion::kMemoryPacket:
-            return {kMessageFaults, kCommonPacketFaults};
-        case Occasion::kMiscPacket:
-            return {kCommonPacketFaults};
-        case Occasion::kUevent:
-            return {kUeventFaults};
-    }
-    return {};
+const Row& row_of(Occasion kind) {
+    return kRows[static_cast<size_t>(kind)];
 }
 
 }  // namespace
 
 const char* occasion_name(Occasion kind) {
-    return kNames[static_cast<size_t>(kind)];
+    return row_of(kind).name;
 }
 
 Occasion occasion_named(const std::string& name) {
-    const auto found = std::find(std::begin(kNames), std::end(kNames), name);
-    if (found == std::end(kNames)) throw PlanError("no occasion \"" + name + "\"");
-    return static_cast<Occasion>(found - std::begin(kNames));
+    const auto found = std::find_if(std::begin(kRows), std::end(kRows),
+                                    [&](const Row& row) { return row.name == name; });
+    if (found == std::end(kRows)) throw PlanError("no occasion \"" + name + "\"");
+    return static_cast<Occasion>(found - std::begin(kRows));
 }
 
 std::vector<Fault> faults_for(Occasion kind) {
+    const Row& row = row_of(kind);
     std::vector<Fault> faults;
-    for (const auto& part : own_faults(kind)) faults.insert(faults.end(), part.begin(), part.end());
-    if (is_anywhere(kind)) {
+    for (const auto& part : row.faults) faults.insert(faults.end(), part.begin(), part.end());
+    if (row.anywhere) {
         faults.insert(faults.end(), std::begin(kAnywhere), std::end(kAnywhere));
     }
     return faults;

@@ -21,6 +21,7 @@ class PlanError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// fault.cpp has a row for each.
 enum class Occasion {
     kIoctl,
     kOpenControl,

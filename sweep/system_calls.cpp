@@ -14,6 +14,7 @@
 
 #include "platform/low_memory.h"
 #include "platform/os.h"
+#include "sim/remote_processors.h"
 #include "sweep/simulation.h"
 
 using namespace sweep;
@@ -167,12 +168,11 @@ class OwnMemory : public sim::UserMemory {
     }
 };
 
+// Of the remote processors; the directory itself comes first.
 struct Listing {
     size_t next = 0;
     dirent current{};
 };
-constexpr const char* kRemoteProcessors[] = {".", "remoteproc0", "remoteproc1", "remoteproc2",
-                                             "remoteproc3"};
 
 }  // namespace
 
@@ -259,9 +259,10 @@ DIR* opendir(const char* path) {
 }
 dirent* readdir(DIR* directory) {
     auto* const listing = reinterpret_cast<Listing*>(directory);
-    if (listing->next == std::size(kRemoteProcessors)) return nullptr;
-    const std::string_view name = kRemoteProcessors[listing->next++];
-    listing->current.d_type = name == "." ? DT_DIR : DT_LNK;
+    const size_t index = listing->next++;
+    if (index > std::size(sim::kRemoteProcessors)) return nullptr;
+    const std::string_view name = index == 0 ? "." : sim::kRemoteProcessors[index - 1].directory;
+    listing->current.d_type = index == 0 ? DT_DIR : DT_LNK;
     listing->current.d_name[name.copy(listing->current.d_name, 255)] = '\0';
     return &listing->current;
 }
