@@ -16,7 +16,7 @@ namespace {
 constexpr short kChannelEvents = POLLIN | POLLHUP;
 
 // Between two passes in a row that took nothing in: a channel that keeps failing costs no more
-// than a hundred passes a second, and twenty once it has done nothing else for a second.
+// than a hundred passes a second, and twenty after a hundred of them.
 constexpr useconds_t kFruitlessPauseUs = 10'000;
 constexpr useconds_t kHopelessPauseUs = 50'000;
 constexpr int kHopelessPasses = 100;
