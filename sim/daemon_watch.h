@@ -32,7 +32,7 @@ class DaemonWatch {
     // To be called often. `process`: the daemon's. `requests`: to its device files so far. `tasks`:
     // what the co-processor has given it to do so far; each leads to a bounded number of requests
     // and lines. Empty, or what was out of bounds in the last second.
-    std::string look(Time now, pid_t process, uint64_t requests, uint64_t tasks);
+    [[nodiscard]] std::string look(Time now, pid_t process, uint64_t requests, uint64_t tasks);
 
     // Whether it has done nothing for longer than it ever waits silently.
     bool rests(Time now) const { return now >= active_at_ + kLongestSilence; }

@@ -20,7 +20,6 @@ class UserMemory {
     virtual bool write(uint32_t address, std::span<const uint8_t> from) = 0;
 };
 
-// glink_pkt_marlo_dfu, glink_pkt_marlo_custom_data, glink_pkt_marlo_rma
 enum class Channel { kDfu, kMiscData, kRma };
 
 // Not thread-safe: one thread calls it.

@@ -4,19 +4,12 @@
 #include <algorithm>
 #include <functional>
 
+#include "sim/channel_names.h"
 #include "sim/process_memory.h"
 #include "sim/remote_processors.h"
 
 namespace sim {
 namespace {
-
-struct ChannelName {
-    const char* file;
-    Channel channel;
-};
-constexpr ChannelName kChannels[] = {{"glink_pkt_marlo_dfu", Channel::kDfu},
-                                     {"glink_pkt_marlo_custom_data", Channel::kMiscData},
-                                     {"glink_pkt_marlo_rma", Channel::kRma}};
 
 class ControlDevice : public File {
   public:
@@ -105,7 +98,7 @@ void fill_sys(FileTree& tree, const Start& start, Device& device) {
 
 DeviceFs::DeviceFs(const std::filesystem::path& root, const Start& start, Device& device) {
     dev_.add("marlo_com_dev", std::make_unique<ControlDevice>(device));
-    for (const ChannelName& entry : kChannels) {
+    for (const ChannelName& entry : kChannelNames) {
         auto file = std::make_unique<ChannelFile>(device, entry.channel);
         channels_.push_back(file.get());
         dev_.add(entry.file, std::move(file));

@@ -60,17 +60,16 @@ void SoakTrial::perform() {
 }
 
 std::string SoakTrial::wrong() {
-    std::string why = model_.failures().empty() ? "" : model_.failures().front();
-    // Only for when it rests.
-    watch_.look(now(), machine_.daemon(), machine_.requests(), machine_.requests());
-    return why;
+    if (!model_.failures().empty()) return model_.failures().front();
+    if (!machine_.daemon_runs()) return "";
+    return watch_.look(now(), machine_.daemon(), machine_.requests(), tasks_);
 }
 
 void SoakTrial::happened(const Event& event) {
     const nlohmann::json& fields = event.fields;
-    if (fields.value("channel", "") == "rma" && fields.value("direction", "") == "from daemon") {
-        ++served_;
-    }
+    const std::string direction = fields.value("direction", "");
+    if (direction == "to daemon" || fields.value("change", "") == "opened") ++tasks_;
+    if (fields.value("channel", "") == "rma" && direction == "from daemon") ++served_;
 }
 
 void SoakTrial::logged(const std::string& line) {

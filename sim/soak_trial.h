@@ -29,6 +29,7 @@ class SoakTrial : public Trial {
     const Scenario& scenario_;
     Coprocessor model_;
     DaemonWatch watch_;
+    uint64_t tasks_ = 0;        // as the watch counts them
     uint64_t power_downs_ = 0;  // that the daemon has dealt with
     uint64_t starts_ = 0;       // of its memory service, for which it opens the channel anew
     uint64_t served_ = 0;       // requests, since then

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "sim/daemon_log.h"
+#include "sim/fuse_mount.h"
 #include "sim/served_files.h"
 
 namespace sim {
@@ -37,7 +38,10 @@ TrialResult Trial::run() {
         perform();
     } catch (const Interrupted& interrupted) {
         result = {{Verdict::kFail, "interrupted"}, interrupted.signal};
+    } catch (const MountError&) {
+        throw;
     } catch (const std::exception& error) {
+        if (!has_run_) throw;
         result.verdict = {Verdict::kFail, error.what()};
     }
     if (result.verdict.outcome == Verdict::kFail && !result.signal && !options_.quiet) {
@@ -83,6 +87,7 @@ void Trial::set_properties(const std::map<std::string, std::string>& properties)
 
 void Trial::start_daemon(const DaemonLimits& limits) {
     machine_.start_daemon(limits);
+    has_run_ = true;
     event({now(), EventKind::kDaemon, {{"started", machine_.daemon()}}});
 }
 

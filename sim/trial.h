@@ -24,7 +24,8 @@ struct TrialResult {
 class Trial : protected Observer, private Machine::Watcher {
   public:
     // Prints its progress on standard output, unless the options say not to, and after a failure
-    // the last lines of the daemon's log. To be called once.
+    // the last lines of the daemon's log. To be called once. Throws what keeps the daemon from
+    // running: that is no failure of it.
     TrialResult run();
     virtual std::string name() const = 0;     // for the verdict
     virtual std::string command() const = 0;  // that does all of it once more
@@ -86,7 +87,8 @@ class Trial : protected Observer, private Machine::Watcher {
     std::map<std::string, uint64_t> phases_;
     std::map<std::string, std::string> properties_;
     std::deque<std::string> log_;  // its last lines
-    std::string end_;              // of the daemon, when it should not have ended
+    bool has_run_ = false;         // the daemon
+    std::string end_;              // of it, when it should not have ended
     int ending_ = 0;               // the signal that is to end it
 };
 

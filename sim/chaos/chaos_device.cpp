@@ -4,12 +4,12 @@
 #include <cerrno>
 #include <utility>
 
+#include "sim/channel_names.h"
 #include "sim/control_request.h"
 
 namespace sim {
 namespace {
 
-constexpr Channel kChannels[] = {Channel::kDfu, Channel::kMiscData, Channel::kRma};
 constexpr Time kRestartInOrder = std::chrono::milliseconds(300);
 
 constexpr int kOddModes[] = {7, 2, -EIO};
@@ -38,7 +38,7 @@ void ChaosDevice::new_host() {
     context_.abort_due = false;
     context_.host_ends = false;
     version_told_ = false;
-    for (const Channel channel : kChannels) {
+    for (const auto& [channel, path, file] : kChannelNames) {
         find(channel).new_host();
         find(channel).set_trouble({});
     }
@@ -51,7 +51,7 @@ void ChaosDevice::behave(Behaviour behaviour, bool restarts) {
     model_ = std::make_unique<Coprocessor>(std::move(behaviour), setup_.firmware, observer_);
     model_->set_time(reporter_.now());
     behaves_ = true;
-    for (const Channel channel : kChannels) {
+    for (const auto& [channel, path, file] : kChannelNames) {
         if (find(channel).is_open()) model_->open_channel(channel);
     }
     if (restarts) model_->restart_announced(kRestartInOrder);
@@ -97,14 +97,14 @@ const ChaosChannel& ChaosDevice::find(Channel channel) const {
 }
 
 bool ChaosDevice::any_open() const {
-    for (const Channel channel : kChannels) {
+    for (const auto& [channel, path, file] : kChannelNames) {
         if (find(channel).is_open()) return true;
     }
     return false;
 }
 
 void ChaosDevice::hang_up_all() {
-    for (const Channel channel : kChannels) hang_up(channel);
+    for (const auto& [channel, path, file] : kChannelNames) hang_up(channel);
 }
 
 void ChaosDevice::restart(std::optional<Time> length) {

@@ -25,6 +25,7 @@ simulate --list-faults >"$scratch/faults" || fail "--list-faults: exit status $?
 grep -q '^erase-fails .*VALUE: response code (1)$' "$scratch/faults" || fail "not listed: erase-fails"
 
 need_fuse
+refused 'cannot execute the daemon /nowhere' kill --daemon /nowhere
 status=0
 simulate update --quiet --fault flash-load-fails@1 --fault load-fails@2:16 >"$scratch/output" ||
     status=$?
