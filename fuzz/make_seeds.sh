@@ -152,7 +152,7 @@ version_a="0 0 0 0 0 0 0 0" flash=0 host=1 fine=0
 }
 
 # --- rma: decisions as Service::step reads them; errors and calls by their places there ---
-fail_call=0 fail_write=1 occupy=3 reconnect=5 raw=7 request=9
+fail_call=0 fail_write=1 occupy=3 reconnect=5 fail_read=6 raw=8 request=9
 connect() { echo "$request 0 0 $1 $2 $3 0"; }                # MEMORY_ID SECOND_ID SIZE
 write() { echo "$request 1 $1 $1 1 $2 1 $3 $4"; }            # MEMORY_ID OFFSET SIZE BYTES_THAT_COME
 read_block() { echo "$request 2 0 $1 1 $2 1 $3 0"; }         # MEMORY_ID OFFSET SIZE
@@ -175,6 +175,9 @@ disconnect="$request 5 0 1 1 0 1 0 0"
         $(connect 0 0 16) $fail_write 0 3 2 0 0 0 $fail_write 1 0 0 2 0 0 0 $(write 0 4 8 8)
     seed rma fifo-in-its-place "$(zeros 8)$(text "ab")" \
         $occupy 0 0 0 0 $(connect 0 0 9) $(read_block 0 0 4) $(write 0 0 2 2)
+    seed rma reads-that-fail "$(zeros 8)$(text "abcd")" \
+        $(connect 0 0 9) $(write 0 0 4 4) $fail_read 0 0 0 0 $(read_block 0 0 9) \
+        $(read_block 0 4 9)
     seed rma no-transport "$(zeros 8)$(text "ab")" \
         $(connect 0 0 9) $reconnect 1 $(write 0 0 2 2) $reconnect 0 $(read_block 0 0 9)
 }

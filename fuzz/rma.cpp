@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // The receive path of the memory service: requests, whole and damaged, while files and the
-// transport fail. What each request must lead to is worked out a second time, in Model.
+// transport fail. What each must lead to is worked out a second time, in Model: only a call that
+// has failed excuses a request that is not served.
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <map>
 #include <optional>
+#include <set>
 
 #include "fuzz/harness.h"
 #include "rma/marlo_rma.h"
@@ -28,6 +30,7 @@ constexpr uint32_t kWrite = 512;
 
 // The co-processor chooses the size; here partitions are small.
 constexpr uint32_t kLargestPartition = 8192;
+constexpr uint32_t kLargestBlock = 16 * 1024 * 1024;  // more is never read at once
 
 constexpr int kErrors[] = {EIO, ENOSPC, EINTR, ENOMEM, EACCES, EROFS, EINVAL, ENOENT};
 
@@ -51,6 +54,7 @@ class Model {
         request_.assign(request.begin(), request.end());
         answers_ = 0;
         answer_.clear();
+        failures_before_ = platform().failures();
         if (is(kConnect)) {
             memory_id_ = word_at(request_, 16);
             second_id_ = word_at(request_, 20);
@@ -88,6 +92,7 @@ class Model {
     void occupy(const std::string& path, unsigned int mode) {
         if (!files_.contains(path)) {
             platform().file_mode(path, mode);
+            occupied_.insert(path);
         }
     }
     bool is_connected = false;
@@ -110,23 +115,27 @@ class Model {
         }
     }
 
+    // Whether a call of this request has failed.
+    bool is_excused() const { return platform().failures() != failures_before_; }
+
     std::string partition() const { return path_of(memory_id_, second_id_, memory_id_); }
 
-    // A whole CONNECT makes a file of zeros, unless there is one or something has failed.
+    // A whole CONNECT makes a file of zeros, unless something has that name.
     void adopt_partition() {
-        const auto contents = platform().contents(partition());
-        const bool is_new = contents && !files_.contains(partition()) && is_regular(partition());
-        if (is_new) {
-            must(request_.size() >= 40, "a file for a CONNECT of %zu bytes", request_.size());
-            must(contents->size() == word_at(request_, 24), "a file of %zu bytes, not %u",
-                 contents->size(), word_at(request_, 24));
-            must(fuzz::all_zero(*contents), "a new partition is not zero");
-            files_[partition()] = *contents;
+        if (files_.contains(partition()) || occupied_.contains(partition())) {
+            return;
         }
-    }
-
-    static bool is_regular(const std::string& path) {
-        return std::ranges::count(platform().files_below(path), path) == 1;
+        const bool is_whole = request_.size() >= 40;
+        const auto contents = platform().contents(partition());
+        if (!contents) {
+            must(!is_whole || is_excused(), "no file for a CONNECT of %zu bytes", request_.size());
+            return;
+        }
+        must(is_whole, "a file for a CONNECT of %zu bytes", request_.size());
+        must(contents->size() == word_at(request_, 24), "a file of %zu bytes, not %u",
+             contents->size(), word_at(request_, 24));
+        must(fuzz::all_zero(*contents), "a new partition is not zero");
+        files_[partition()] = *contents;
     }
 
     void check_block_answer(uint32_t result) const {
@@ -141,13 +150,15 @@ class Model {
         check_block_answer(0);
         const Bytes block(answer_.begin() + 20, answer_.end());
         const uint32_t offset = word_at(request_, 20);
-        if (block.empty()) {
-            return;  // the file could not be read
+        const uint32_t size = word_at(request_, 24);
+        if (!files_.contains(partition()) || size > kLargestBlock) {
+            must(block.empty(), "%zu bytes are read, %u were asked for", block.size(), size);
+            return;
         }
-        must(block.size() == word_at(request_, 24), "a block of %u bytes has %zu",
-             word_at(request_, 24), block.size());
-        must(block.size() <= size_t{16} * 1024 * 1024, "a block of %zu bytes", block.size());
-        must(files_.contains(partition()), "a block of no partition");
+        if (block.empty() && is_excused()) {
+            return;
+        }
+        must(block.size() == size, "a block of %u bytes has %zu", size, block.size());
         const Bytes& file = files_[partition()];
         const size_t inside =
             offset < file.size() ? std::min(block.size(), file.size() - offset) : 0;
@@ -167,6 +178,8 @@ class Model {
         const bool is_confirmed = answers_ == 1 && word_at(answer_, 16) == 0;
         if (answers_ == 1) {
             check_block_answer(is_confirmed ? 0 : 1);
+            must(is_confirmed || !is_inside || is_excused(), "%zu bytes at %zu of %s are refused",
+                 size, offset, path.c_str());
         }
         must(is_inside || !is_confirmed, "%zu bytes at %zu of %s are confirmed", size, offset,
              path.c_str());
@@ -174,8 +187,9 @@ class Model {
             const Bytes now = platform().contents(path).value_or(Bytes());
             must(now.size() == files_[path].size(), "%s has %zu bytes now", path.c_str(),
                  now.size());
-            const auto written =
-                is_confirmed ? request_.begin() + 32 : now.begin() + static_cast<ptrdiff_t>(offset);
+            const auto written = is_confirmed || !is_excused()
+                                     ? request_.begin() + 32
+                                     : now.begin() + static_cast<ptrdiff_t>(offset);
             std::copy_n(written, size, files_[path].begin() + static_cast<ptrdiff_t>(offset));
         }
     }
@@ -193,7 +207,9 @@ class Model {
     }
 
     std::map<std::string, Bytes> files_;
+    std::set<std::string> occupied_;
     Bytes request_;
+    size_t failures_before_ = 0;
     Bytes answer_;  // its payload
     int answers_ = 0;
     uint32_t memory_id_ = 0;
@@ -284,9 +300,11 @@ class Service {
                 rma_.startMarloRmaConnection();
                 break;
             case 6:
-                script_.result = input_.pick({0, 1, -EIO, -EBUSY});
+                fail_read();
                 break;
             case 7:
+                script_.result = input_.pick({0, 1, -EIO, -EBUSY});
+                break;
             case 8:
                 receive(input_.take(input_.below(72)));
                 break;
@@ -325,6 +343,11 @@ class Service {
         step.error = input_.flip() ? input_.pick(kErrors) : 0;
         step.accepted = input_.below(64);
         platform().script_write(any_path(), step);
+    }
+
+    void fail_read() {
+        const int error = input_.pick(kErrors);
+        platform().script_read(small_path(), scripted::failure(error));
     }
 
     // Ids and sizes are small, so that requests meet each other's partitions.

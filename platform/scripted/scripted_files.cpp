@@ -46,6 +46,7 @@ int Platform::open_error(const std::string& path, int flags) {
     if (auto& errors = nodes_[path].open_errors; !errors.empty()) {
         const int error = errors.front();
         errors.pop_front();
+        ++failures_;
         return error;
     }
     const bool creates = (flags & O_CREAT) != 0;
@@ -66,6 +67,7 @@ int Platform::open_error(const std::string& path, int flags) {
 int Platform::finish_call(const std::string& call, int error) {
     if (const auto found = call_errors_.find(call); found != call_errors_.end()) {
         error = found->second.front();
+        ++failures_;
         found->second.pop_front();
         if (found->second.empty()) {
             call_errors_.erase(found);

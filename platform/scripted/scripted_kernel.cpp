@@ -59,6 +59,7 @@ ssize_t Platform::take_read(Node& node, void* buffer, size_t size) {
     Step& step = node.reads.front();
     const int error = step.error;
     now_ns_ += std::exchange(step.takes_ns, 0);
+    failures_ += error != 0 || step.data.empty() ? 1 : 0;
     const size_t count = std::min(size, step.data.size());
     if (count > 0) {
         std::memcpy(buffer, step.data.data(), count);
@@ -133,6 +134,7 @@ ssize_t Platform::write_at(int fd, const void* buffer, size_t size, std::optiona
             node.writes.pop_front();
         }
         now_ns_ += step.takes_ns;
+        failures_ += step.error != 0 || step.accepted == 0 ? 1 : 0;
         const auto* begin = static_cast<const uint8_t*>(buffer);
         const std::string call = (offset ? "pwrite " : "write ") + found->second.path;
         if (step.error != 0) {

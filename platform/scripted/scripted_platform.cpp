@@ -253,6 +253,11 @@ int Platform::open_descriptors() {
     return static_cast<int>(descriptors_.size());
 }
 
+size_t Platform::failures() {
+    const std::lock_guard lock(mutex_);
+    return failures_;
+}
+
 int Platform::poll_passes() {
     const std::lock_guard lock(mutex_);
     return poll_passes_;

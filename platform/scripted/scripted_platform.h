@@ -125,6 +125,8 @@ class Platform {
     std::set<std::string> log_tags();
     int64_t now_ns();
     int open_descriptors();
+    // How many calls on files and devices a test has made fail so far, or take nothing.
+    size_t failures();
     int poll_passes();
 
     // The calls themselves, for the functions of platform/os.h.
@@ -207,6 +209,7 @@ class Platform {
     std::function<void(int64_t)> sleep_handler_;
     DiskObserver disk_observer_;
     int files_made_ = 0;
+    size_t failures_ = 0;
     int next_descriptor_ = -1;
     int pipe_error_ = 0;
     int thread_error_ = 0;
