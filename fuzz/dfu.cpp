@@ -1,19 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 // The receive path of the firmware download: packets, hang-ups, failed opens and sends, sessions
-// begun and ended, in any order. Packets have at most the 44 bytes of the longest message; a longer
-// one ends the process, as it must.
-#include <algorithm>
+// begun and ended, in any order. What each must lead to is worked out a second time, in
+// DownloadModel. Packets have at most the 44 bytes of the longest message; a longer one ends the
+// process, as it must.
 #include <cerrno>
-#include <cstring>
 #include <deque>
 
+#include "fuzz/dfu_model.h"
 #include "fuzz/harness.h"
 #include "fwupdater/marlo_fw_updater.h"
 
 using fuzz::Bytes;
 using fuzz::must;
 using fuzz::platform;
-using fuzz::word_at;
 
 namespace {
 
@@ -31,118 +30,35 @@ constexpr const char* kTable = R"(<config>
 
 constexpr const char* kDoneProperty = "persist.vendor.zt_aon.dfu_update";
 
-struct ImageFile {
-    uint32_t id;
-    const char* name;
-    size_t size;
-};
-constexpr ImageFile kImages[] = {
-    {1, "flash.bin", 300}, {2, "partition_1.bin", 5}, {3, "apps.mbn", 100}};
-
 constexpr uint32_t kKnownIds[] = {0, 1, 2, 3, 3, 3, 4, 5, 5, 5, 7, 8, 9, 11, 13, 14, 14, 14, 15};
-
-Bytes image(uint32_t id) {
-    for (const ImageFile& file : kImages) {
-        if (file.id == id) {
-            return fuzz::pattern(file.size);
-        }
-    }
-    return {};
-}
-
-class Channel;
 
 // What the harness knows of the session.
 struct Session {
-    Channel* channel = nullptr;
+    DownloadModel model;
     bool opens = true;
-    std::deque<int> results;    // of the next sends
-    std::string done_property;  // as what was sent leaves it
-    int sends = 0;              // of this step
+    std::deque<int> results;  // of the next sends
 };
-
-void check_fragment(std::span<const uint8_t> message) {
-    const uint32_t offset = word_at(message, 20);
-    const uint32_t length = word_at(message, 24);
-    const std::span<const uint8_t> fragment = message.subspan(28);
-    if (fragment.empty()) {
-        return;  // without its image, or without a byte of it
-    }
-    must(fragment.size() == length, "a fragment of %u bytes has %zu", length, fragment.size());
-    must(length <= 16U * 1024 * 1024, "a fragment of %u bytes is sent", length);
-    const Bytes whole = image(word_at(message, 16));
-    must(offset < whole.size(), "a fragment from %u of %zu bytes", offset, whole.size());
-    const size_t inside = std::min(fragment.size(), whole.size() - offset);
-    must(std::memcmp(fragment.data(), whole.data() + offset, inside) == 0,
-         "%zu bytes at %u of image %u are sent wrong", inside, offset, word_at(message, 16));
-    must(fuzz::all_zero(fragment.subspan(inside)), "what is behind the image is not zero");
-}
-
-void check_image_info(std::span<const uint8_t> message) {
-    const uint32_t size = word_at(message, 20);
-    must(size == 0 || size == image(word_at(message, 16)).size(), "image %u has not %u bytes",
-         word_at(message, 16), size);
-}
-
-void check_special_operation(std::span<const uint8_t> message) {
-    const uint32_t offset = word_at(message, 20);
-    const uint32_t length = word_at(message, 24);
-    if (word_at(message, 16) == dfu::SPCL_OP_GET_DFU_STATE) {
-        must(offset == 0 && length == 0, "the state is asked for with %u %u", offset, length);
-        return;
-    }
-    must((offset == 4096 && length == 512) || (offset == 8192 && length == 1024),
-         "no partition has %u bytes at %u to erase", length, offset);
-}
-
-void check_message(std::span<const uint8_t> message) {
-    must(message.size() >= 28, "a message of %zu bytes", message.size());
-    const uint32_t id = word_at(message, 0);
-    must(word_at(message, 4) == 0x0A0B0C0D, "wrong magic in message %u", id);
-    must(word_at(message, 8) == message.size(), "message %u of %zu bytes says %u", id,
-         message.size(), word_at(message, 8));
-    const uint8_t no_crc[4] = {};
-    const uint32_t crc = fuzz::crc_of({message.first(12), no_crc, message.subspan(16)});
-    must(word_at(message, 12) == crc, "wrong CRC in message %u", id);
-    const size_t expected_size = id == dfu::MG_UPDT_REQ ? 36 : 28;
-    must(id == dfu::IMG_OFFSET_RESP || message.size() == expected_size, "message %u has %zu bytes",
-         id, message.size());
-    switch (id) {
-        case dfu::MG_UPDT_REQ:
-        case dfu::SESSION_END_RESP:
-            return;
-        case dfu::IMG_INFO_RESP:
-            return check_image_info(message);
-        case dfu::IMG_OFFSET_RESP:
-            return check_fragment(message);
-        case dfu::DFU_SPCL_OPERATION_REQ:
-            return check_special_operation(message);
-        default:
-            must(false, "message %u is sent", id);
-    }
-}
 
 // The transport, as far as the updater can tell.
 class Channel : public glink_interface {
   public:
-    explicit Channel(Session& session) : session_(session) { session_.channel = this; }
-    ~Channel() override { session_.channel = nullptr; }
+    explicit Channel(Session& session) : session_(session) { session_.model.has_channel = true; }
+    ~Channel() override { session_.model.has_channel = false; }
 
     int register_cb(glink_data_callback, glink_error_callback err_cb) override {
         error_cb_ = std::move(err_cb);
         return 0;
     }
     int send_request(unsigned char* buf, unsigned int len) override {
-        check_message({buf, len});
-        ++session_.sends;
+        const std::span<const uint8_t> message(buf, len);
+        session_.model.take(message);
         int result = static_cast<int>(len);
         if (!session_.results.empty()) {
             result = session_.results.front();
             session_.results.pop_front();
         }
-        const uint32_t id = word_at({buf, len}, 0);
-        if (result >= 1 && (id == dfu::MG_UPDT_REQ || id == dfu::SESSION_END_RESP)) {
-            session_.done_property = id == dfu::MG_UPDT_REQ ? "0" : "1";
+        if (result >= 1) {
+            session_.model.was_sent(message);
         }
         report(result);
         return result;
@@ -163,6 +79,7 @@ class Channel : public glink_interface {
     void report(int result) {
         if (result < 0 && !reporting_) {
             reporting_ = true;
+            session_.model.channel_fails();
             error_cb_(GLINK_IO_ERROR);
             reporting_ = false;
         }
@@ -184,30 +101,32 @@ class Listener : public marlo_fw_updater::Callback {
     void onDFUStateRecived(DFUState) override {}
 };
 
-void make_files(fuzz::Input& input) {
+// Whether with the partition table.
+bool make_files(fuzz::Input& input) {
     const std::string directory = fw_image_dir;
-    if (!input.flip()) {
+    const bool has_table = !input.flip();
+    if (has_table) {
         platform().file(directory + partition_table_file, kTable);
     }
-    for (const ImageFile& file : kImages) {
+    for (const DownloadModel::ImageFile& file : DownloadModel::kImages) {
         const bool is_fixed = file.id < 3;
         platform().file(directory + (is_fixed ? "./" : "") + file.name,
                         fuzz::text_of(fuzz::pattern(file.size)));
     }
+    return has_table;
 }
 
 class Download {
   public:
-    explicit Download(fuzz::Input& input) : input_(input) { make_files(input); }
+    explicit Download(fuzz::Input& input) : input_(input), has_table_(make_files(input)) {}
 
     void run() {
         begin_session();
         for (steps_ = 1; !input_.empty(); ++steps_) {
-            session_.sends = 0;
             step();
-            must(session_.sends <= 2, "%d messages are sent in one step", session_.sends);
-            must(platform().property(kDoneProperty) == session_.done_property, "the property is %s",
-                 platform().property(kDoneProperty).c_str());
+            session_.model.finish_step();
+            must(platform().property(kDoneProperty) == session_.model.done_property,
+                 "the property is %s", platform().property(kDoneProperty).c_str());
         }
         must(fuzz::log_lines() <= 64 * steps_, "%zu log lines", fuzz::log_lines());
         must(platform().open_descriptors() == 0, "a file is left open");
@@ -225,17 +144,20 @@ class Download {
                 begin_session();
                 break;
             case 2:
+                session_.model.erase();
                 updater_.eraseAllRAWPartitionAndContinueDownload();
                 break;
             case 3:
+                session_.model.ask_state();
                 updater_.getCurrentDFUStateAndContinueDownload();
                 break;
             case 4:
-                updater_.conn_error_cb(input_.pick({GLINK_IO_ERROR, GLINK_SSR, GLINK_OPEN_FAILED}));
+                fail_channel(input_.pick({GLINK_IO_ERROR, GLINK_SSR, GLINK_OPEN_FAILED}));
                 break;
             case 5:
+                session_.model.drop_images();
                 updater_.endMarloDownloader();
-                must(session_.channel == nullptr, "the transport outlives the session");
+                must(!session_.model.has_channel, "the transport outlives the session");
                 break;
             case 6:
             case 7:
@@ -247,7 +169,19 @@ class Download {
         }
     }
 
-    void begin_session() { updater_.startMarloDownloaderWithCallback(&listener_); }
+    void begin_session() {
+        session_.model.load_images(has_table_);
+        updater_.startMarloDownloaderWithCallback(&listener_);
+    }
+
+    void fail_channel(glink_interface_error error) {
+        if (error == GLINK_OPEN_FAILED) {
+            session_.model.drop_images();
+        } else {
+            session_.model.channel_fails();
+        }
+        updater_.conn_error_cb(error);
+    }
 
     void receive_request() {
         Bytes message(16);
@@ -261,11 +195,13 @@ class Download {
     }
 
     void receive(std::span<const uint8_t> packet) {
+        session_.model.receive(packet);
         fuzz::ExactCopy copy(packet);
         updater_.conn_res_event_cb(copy.data(), copy.size());
     }
 
     fuzz::Input& input_;
+    const bool has_table_;
     Session session_;
     Listener listener_;
     size_t steps_ = 0;
