@@ -67,7 +67,8 @@ void check_session(const std::optional<PartitionTable>& table) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::begin();
     fuzz::ExactCopy xml({data, size});
-    const auto table = parse_partition_table({xml.data(), xml.size()});
+    std::string why;
+    const auto table = parse_partition_table({xml.data(), xml.size()}, &why);
     must(!table || table->partitions.size() <= size / kSmallestPartition,
          "%zu bytes hold no %zu partitions", size, table ? table->partitions.size() : 0);
     must(!table || table->has_table || table->partitions.empty(), "partitions without a table");

@@ -18,8 +18,13 @@ constexpr const char* kLoading = "parsePartitionAndSaveFw";
 constexpr const char* kReading = "readFile";
 
 std::optional<PartitionTable> load_partition_table(const std::string& path) {
-    const std::optional<std::vector<uint8_t>> xml = read_regular_file(path);
-    return xml ? parse_partition_table(*xml) : std::nullopt;
+    const std::optional<std::vector<uint8_t>> xml = read_regular_file(path, kLargestText);
+    std::string why;
+    std::optional<PartitionTable> table = xml ? parse_partition_table(*xml, &why) : std::nullopt;
+    if (xml && !table) {
+        MARLO_LOG_FOR(kLoading, error, "%s is no partition table: %s", path.c_str(), why.c_str());
+    }
+    return table;
 }
 
 void log_boot_loader_offset(const PartitionTable& table) {
@@ -64,7 +69,7 @@ Image image_at(const std::string& path, std::map<std::string, Image>& read_befor
     Image& image = read_before[path];
     const std::string whole_path = fw_image_dir + path;
     if (image == nullptr) {
-        auto data = read_logged_file(whole_path, kReading);
+        auto data = read_logged_image(whole_path, kReading);
         image = data ? shared(*std::move(data)) : nullptr;
     } else {
         MARLO_LOG_FOR(kReading, debug, "readFile Path : %s", whole_path.c_str());
@@ -154,7 +159,7 @@ void marlo_fw_updater::append_fixed_image(int32_t img_id, const char* name, cons
 }
 
 std::vector<uint8_t> marlo_fw_updater::readFile(const std::string& path) {
-    return read_logged_file(fw_image_dir + path, kReading).value_or(std::vector<uint8_t>());
+    return read_logged_image(fw_image_dir + path, kReading).value_or(std::vector<uint8_t>());
 }
 
 bool marlo_fw_updater::checkForFlashbin() {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Whether the firmware that runs is the firmware that ships.
+#include <algorithm>
 #include <cstring>
 #include <new>
 #include <string>
@@ -25,9 +26,24 @@ bool contains(std::string_view text, std::string_view part) {
     return text.find(part) != std::string_view::npos;
 }
 
+// Longer lines are read all the same; but that is no version file as any build makes it.
+constexpr size_t kLongestLine = 4096;
+
+void log_overlong_lines(std::string_view text, const char* path) {
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t length = std::min(text.find('\n', begin), text.size()) - begin;
+        if (length > kLongestLine) {
+            MARLO_LOG(error, "%s has a line of %zu bytes", path, length);
+        }
+        begin += length + 1;
+    }
+}
+
 marlo_meta_info parse(const std::vector<uint8_t>& bytes, const char* path) {
     try {
-        return parse_version_file(std::string(bytes.begin(), bytes.end()));
+        const std::string text(bytes.begin(), bytes.end());
+        log_overlong_lines(text, path);
+        return parse_version_file(text);
     } catch (const std::bad_alloc&) {
         MARLO_LOG(error, "no memory for the versions in %s", path);
         return {};
@@ -50,7 +66,7 @@ marlo_meta_info marlo_fw_updater::readMarloMetaBuildInfo() {
             continue;
         }
         MARLO_LOG(debug, "aon build from %s.\n", path);
-        const auto bytes = read_regular_file(fd, path);
+        const auto bytes = read_regular_file(fd, path, kLargestText);
         os::close(fd);
         // A file that is there and says nothing counts: the other one may be of another build.
         return bytes ? parse(*bytes, path) : marlo_meta_info{};

@@ -58,10 +58,12 @@ void PartitionValues::carry_over(const PartitionElement& element) {
     is_erasable = element.part_type.value_or(0) != 0;
 }
 
-std::optional<PartitionTable> parse_partition_table(std::span<const uint8_t> xml) {
+std::optional<PartitionTable> parse_partition_table(std::span<const uint8_t> xml,
+                                                    std::string* why) {
     const std::string characters(xml.begin(), xml.end());
     tinyxml2::XMLDocument document(true, tinyxml2::PRESERVE_WHITESPACE);
     if (document.Parse(characters.data(), characters.size()) != tinyxml2::XML_SUCCESS) {
+        *why = document.ErrorStr();
         return std::nullopt;
     }
     PartitionTable table;

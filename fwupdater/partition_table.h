@@ -57,5 +57,6 @@ struct PartitionTable {
     std::vector<PartitionElement> partitions;     // in document order
 };
 
-// Nothing where the bytes are not an XML document. Throws std::bad_alloc.
-std::optional<PartitionTable> parse_partition_table(std::span<const uint8_t> xml);
+// Nothing where the bytes are not an XML document; `why` says where and how then. Throws
+// std::bad_alloc.
+std::optional<PartitionTable> parse_partition_table(std::span<const uint8_t> xml, std::string* why);

@@ -120,8 +120,16 @@ bool BackingFile::contains(uint32_t offset, uint32_t size) const {
 
 bool BackingFile::read(uint32_t offset, std::span<uint8_t> into) const {
     // An offset behind the end may be more than the system can express.
-    return offset >= size_ ||
-           os::pread_up_to(fd_, into.data(), into.size(), static_cast<off_t>(offset)) >= 0;
+    if (offset >= size_) {
+        return true;
+    }
+    const uint64_t present = std::min<uint64_t>(into.size(), size_ - offset);
+    const ssize_t count = os::pread_up_to(fd_, into.data(), present, static_cast<off_t>(offset));
+    if (count >= 0 && static_cast<uint64_t>(count) < present) {
+        errno = EIO;  // zeros must not pass for what was written there
+        return false;
+    }
+    return count >= 0;
 }
 
 bool BackingFile::write(uint32_t offset, const char* data, uint32_t size) const {

@@ -137,11 +137,23 @@ int64_t Device::read_channel(const Descriptor& descriptor, std::span<uint8_t> in
     const size_t count = std::min(into.size(), packet.size() - stream.position);
     std::memcpy(into.data(), packet.data() + stream.position, count);
     stream.position += count;
+    note_length(descriptor.path, packet, stream.position);
     if (stream.position == packet.size()) {
         stream.packets.pop_front();
         stream.position = 0;
     }
     return static_cast<int64_t>(count);
+}
+
+// A download message that is too long, or may become so with what comes next, ends the daemon.
+void Device::note_length(const std::string& path, const Bytes& packet, size_t read) {
+    const size_t at = shape_of(path).length_at.value_or(packet.size());
+    if (channel_of(path) != sim::Channel::kDfu || at + 4 > packet.size()) return;
+    uint32_t length = 0;
+    for (size_t i = 0; i < 4; ++i) length |= uint32_t{packet[at + i]} << (8 * i);
+    if (length <= kLongestDownloadMessage) return;
+    may_abort_ = true;
+    must_abort_ |= packet.size() >= length && read == packet.size();
 }
 
 void Device::fetch_packets(const std::string& path) {
@@ -152,7 +164,6 @@ void Device::fetch_packets(const std::string& path) {
         if (packet_hook_) {
             const auto [kind, value] = packet_hook_(path, packet);
             if (kind != Disturbance::kNone) disturb_next_packet(kind, value);
-            sent_too_long_ |= kind == Disturbance::kLength && value > kLongestDownloadMessage;
         }
         for (Bytes& piece :
              disturbed(path, disturbance_, disturbance_value_, packet, stream.last)) {

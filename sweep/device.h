@@ -89,8 +89,9 @@ class Device : private sim::Observer {
     size_t open_descriptors() const { return descriptors_.size(); }
     // Packets, commands, openings, files written, uevents: what is no mere waiting.
     uint64_t progress() const { return progress_; }
-    // Whether the daemon was sent more than a download message can have.
-    bool sent_too_long() const { return sent_too_long_; }
+    // Whether the daemon has read the beginning, or all, of more than a download message can have.
+    bool may_abort() const { return may_abort_; }
+    bool must_abort() const { return must_abort_; }
 
   private:
     struct Descriptor {
@@ -117,6 +118,7 @@ class Device : private sim::Observer {
                              std::optional<int64_t> offset);
     static int64_t write_file(Descriptor& descriptor, std::span<const uint8_t> bytes,
                               std::optional<int64_t> offset);
+    void note_length(const std::string& path, const Bytes& packet, size_t read);
     void fetch_packets(const std::string& path);
     void disturb_next_packet(Disturbance kind, uint32_t value);
     void redo(const Operation& operation);
@@ -133,7 +135,8 @@ class Device : private sim::Observer {
     Disturbance disturbance_ = Disturbance::kNone;  // of the next packet
     uint32_t disturbance_value_ = 0;
     bool lose_next_write_ = false;
-    bool sent_too_long_ = false;
+    bool may_abort_ = false;
+    bool must_abort_ = false;
     int pipes_ = 0;
     int64_t now_ = 0;
     uint64_t progress_ = 0;

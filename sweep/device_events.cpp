@@ -158,6 +158,7 @@ void Device::uevent(const std::string& message) {
 }
 
 void Device::daemon_dies() {
+    may_abort_ = must_abort_ = false;
     note({Operation::kDaemonDies});
     const bool recorded = std::exchange(recording_, false);
     while (!descriptors_.empty()) close(descriptors_.begin()->first);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sweep/disturbance.h"
 
+#include <algorithm>
+
 namespace sweep {
 namespace {
 
@@ -28,6 +30,11 @@ std::vector<Packet> disturbed(const std::string& channel_path, Disturbance kind,
             return {packet};
         case Disturbance::kLength:
             return {with_word(packet, shape.length_at, value)};
+        case Disturbance::kPadded: {
+            Packet padded = with_word(packet, shape.length_at, value);
+            padded.resize(std::max<size_t>(padded.size(), value));
+            return {padded};
+        }
         case Disturbance::kMagic:
             return {with_word(packet, shape.magic_at, value)};
         case Disturbance::kCrc:

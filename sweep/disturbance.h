@@ -12,6 +12,7 @@ namespace sweep {
 enum class Disturbance {
     kNone,
     kLength,      // its length field is the value
+    kPadded,      // ... and zeros make it as long as that
     kMagic,       // another magic word; download channel only
     kCrc,         // another CRC
     kCommand,     // its command is the value

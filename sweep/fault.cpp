@@ -28,13 +28,14 @@ constexpr Fault kIoctlFaults[] = {fails("EIO", EIO),
                                   fails("EINTR", EINTR),
                                   fails("ENOMEM", ENOMEM),
                                   {"gives-7", Effect::kGives, 7}};
-constexpr Fault kOpenControlFaults[] = {fails("EBUSY", EBUSY),        fails("EBUSYx14", EBUSY, 14),
-                                        fails("EBUSYx15", EBUSY, 15), fails("ENOENT", ENOENT),
-                                        fails("EINTR", EINTR),        fails("ENOMEM", ENOMEM)};
+constexpr Fault kOpenControlFaults[] = {
+    fails("EBUSY", EBUSY),   fails("EBUSYx14", EBUSY, 14), fails("EBUSYx15", EBUSY, 15),
+    fails("ENOENT", ENOENT), fails("EINTR", EINTR),        fails("ENOMEM", ENOMEM),
+    fails("EIO", EIO)};
 constexpr Fault kOpenChannelFaults[] = {fails("EBUSY", EBUSY),        fails("EBUSYx2", EBUSY, 2),
                                         fails("EBUSYx3", EBUSY, 3),   fails("ENOENT", ENOENT),
                                         fails("ENOENTx3", ENOENT, 3), fails("EINTR", EINTR),
-                                        fails("ENOMEMx3", ENOMEM, 3)};
+                                        fails("ENOMEMx3", ENOMEM, 3), fails("EIOx3", EIO, 3)};
 constexpr Fault kOpenFileFaults[] = {fails("EBUSY", EBUSY), fails("ENOENT", ENOENT),
                                      fails("EINTR", EINTR), fails("EIO", EIO),
                                      fails("ENOMEM", ENOMEM)};
@@ -62,14 +63,14 @@ constexpr Fault kWriteChannelFaults[] = {fails("EAGAIN", EAGAIN),
                                          fails("EIO", EIO),
                                          fails("ENOMEM", ENOMEM),
                                          {"lost", Effect::kLoses}};
-constexpr Fault kWriteFileFaults[] = {fails("ENOSPC", ENOSPC),
-                                      fails("EIO", EIO),
-                                      fails("EINTR", EINTR),
-                                      {"1-byte", Effect::kShortens, 1},
-                                      {"nothing", Effect::kGives, 0}};
+constexpr Fault kWriteFileFaults[] = {
+    fails("ENOSPC", ENOSPC), fails("ENOMEM", ENOMEM),          fails("EIO", EIO),
+    fails("EINTR", EINTR),   {"1-byte", Effect::kShortens, 1}, {"nothing", Effect::kGives, 0}};
 constexpr Fault kWakeFaults[] = {fails("EIO", EIO), fails("EINTR", EINTR), fails("ENOMEM", ENOMEM)};
-constexpr Fault kSyncFaults[] = {fails("EIO", EIO), fails("ENOSPC", ENOSPC), fails("EINTR", EINTR)};
-constexpr Fault kNameFaults[] = {fails("EIO", EIO), fails("ENOSPC", ENOSPC)};
+constexpr Fault kSyncFaults[] = {fails("EIO", EIO), fails("ENOSPC", ENOSPC), fails("EINTR", EINTR),
+                                 fails("ENOMEM", ENOMEM)};
+constexpr Fault kNameFaults[] = {fails("EIO", EIO), fails("ENOSPC", ENOSPC),
+                                 fails("ENOMEM", ENOMEM)};
 constexpr Fault kListFaults[] = {fails("ENOENT", ENOENT), fails("ENOMEM", ENOMEM)};
 constexpr Fault kPollFaults[] = {fails("EINTR", EINTR),
                                  fails("ENOMEM", ENOMEM),
@@ -88,6 +89,9 @@ constexpr Fault kMessageFaults[] = {length("length-0", 0),
                                     length("length-4096", 4096),
                                     length("length-2^31", 0x80000000),
                                     length("length-2^32-1", UINT32_MAX),
+                                    disturbs("padded-44", Disturbance::kPadded, 44),
+                                    disturbs("padded-45", Disturbance::kPadded, 45),
+                                    disturbs("padded-4096", Disturbance::kPadded, 4096),
                                     disturbs("crc", Disturbance::kCrc, 0x12345678),
                                     disturbs("command", Disturbance::kCommand, 0x7777)};
 constexpr Fault kMagicFault[] = {disturbs("magic", Disturbance::kMagic, 0)};
@@ -147,6 +151,12 @@ Occasion occasion_named(const std::string& name) {
                                     [&](const Row& row) { return row.name == name; });
     if (found == std::end(kRows)) throw PlanError("no occasion \"" + name + "\"");
     return static_cast<Occasion>(found - std::begin(kRows));
+}
+
+std::vector<Occasion> all_occasions() {
+    std::vector<Occasion> occasions;
+    for (size_t i = 0; i < std::size(kRows); ++i) occasions.push_back(static_cast<Occasion>(i));
+    return occasions;
 }
 
 std::vector<Fault> faults_for(Occasion kind) {

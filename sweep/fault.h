@@ -49,6 +49,7 @@ enum class Occasion {
 };
 const char* occasion_name(Occasion kind);
 Occasion occasion_named(const std::string& name);  // throws PlanError
+std::vector<Occasion> all_occasions();
 
 enum class Effect {
     kFails,      // with errno `value`, `times` times in a row

@@ -21,6 +21,7 @@ int main(int count, char** arguments) {
         ->option_text("OCCASION@NUMBER=FAULT");
     app.add_option("--fault", options.fault, "Faults of this name alone, for instance hang-up")
         ->option_text("FAULT");
+    app.add_flag("--list", options.lists, "Print the occasions, and the faults that fit each");
     app.add_option("--every", options.every, "One run in N alone (1)")
         ->check(CLI::Range(1u, 1'000'000u))
         ->option_text("N");

@@ -26,6 +26,7 @@ std::string record_of(const Life& life) {
         {"occasions", life.occasions},
         {"struck", life.struck_at ? nlohmann::json(*life.struck_at) : nlohmann::json()},
         {"may_abort", life.may_abort},
+        {"must_abort", life.must_abort},
         {"log_lines", life.log_lines},
         {"polls", life.polls},
         {"progress", life.progress},
@@ -52,6 +53,7 @@ Life life_from(const std::string& record) {
     fields.at("occasions").get_to(life.occasions);
     if (fields.at("struck").is_string()) life.struck_at = fields.at("struck");
     fields.at("may_abort").get_to(life.may_abort);
+    fields.at("must_abort").get_to(life.must_abort);
     fields.at("log_lines").get_to(life.log_lines);
     fields.at("polls").get_to(life.polls);
     fields.at("progress").get_to(life.progress);

@@ -110,7 +110,8 @@ void Simulation::live(std::function<void(const Life&)> finish) {
     finish_ = std::move(finish);
     take_failures();
     life_.failures.clear();  // of earlier lives
-    quiet_since_ = part_since_ = scheduler_.now();
+    quiet_since_ = part_since_ = born_at_ = scheduler_.now();
+    progress_before_ = device_.progress();
     signal(SIGABRT, on_abort);
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     __android_log_set_default_tag("marlo_daemon");
@@ -189,12 +190,18 @@ void Simulation::quiet() {
     quiet_since_ = scheduler_.now();
     if (!events_to_come_.empty()) return next_event_of_the_scenario();
     if (restarts_once_more()) return;
+    const bool waits_for_fault = setup_.plan && !occasions_.struck_at();
+    if (waits_for_fault && !std::exchange(has_waited_, true)) return restart();
     check_claims();
     take_failures();
     life_.states.push_back(state());
     const bool reached = std::find(setup_.goals.begin(), setup_.goals.end(), life_.states.back()) !=
                          setup_.goals.end();
     if (life_.states.size() == 2 || reached) end("quiet");
+    restart();
+}
+
+void Simulation::restart() {
     part_since_ = scheduler_.now();
     device_.restart(kRestartLength);
 }
@@ -206,16 +213,17 @@ bool Simulation::restarts_once_more() {
     }
     if (restarts_ == setup_.restarts) end("quiet");
     ++restarts_;
-    part_since_ = scheduler_.now();
-    device_.restart(kRestartLength);
+    restart();
     return true;
 }
 
 Usage Simulation::usage() const {
     uint64_t pages = 0;
     std::ifstream("/proc/self/statm") >> pages >> pages;
-    return {restarts_, mallinfo2().uordblks, pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE)),
-            scheduler_.living_threads(), device_.open_descriptors()};
+    const auto heap = mallinfo2();
+    return {restarts_, heap.uordblks + heap.hblkhd,
+            pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE)), scheduler_.living_threads(),
+            device_.open_descriptors()};
 }
 
 void Simulation::next_event_of_the_scenario() {
@@ -272,13 +280,17 @@ void Simulation::check_claims() {
     }
     const auto files = device_.files().in_directory("/data/vendor/aon");
     const sim::BackingFiles with = model.backing_files(true);
+    const std::set<std::string> acknowledged = model.acknowledged_files();
     for (const auto& [name, memory] : model.backing_files()) {
         const auto file = files.find(name);
-        const bool is_there = file != files.end();
-        const bool is_untouched =
-            std::all_of(memory.begin(), memory.end(), [](uint8_t byte) { return byte == 0; });
-        if (is_there ? file->second != memory && file->second != with.at(name) : !is_untouched) {
+        if (file != files.end()) {
+            if (file->second == memory || file->second == with.at(name)) continue;
             life_.lies.push_back("partition file " + name + " is not what was acknowledged");
+        } else if (acknowledged.count(name) != 0) {
+            const bool is_untouched =
+                std::all_of(memory.begin(), memory.end(), [](uint8_t byte) { return byte == 0; });
+            life_.lies.push_back((is_untouched ? kNoFile : "a written partition file is gone: ") +
+                                 name);
         }
     }
     for (const auto& [name, bytes] : files) {
@@ -297,9 +309,10 @@ void Simulation::end(const std::string& how) {
         life_.occasions[occasion_name(kind)] = count;
     }
     life_.struck_at = occasions_.struck_at();
-    life_.may_abort = device_.sent_too_long();
-    life_.progress = device_.progress();
-    life_.seconds = scheduler_.now() / kSecond;
+    life_.may_abort = device_.may_abort();
+    life_.must_abort = device_.must_abort();
+    life_.progress = device_.progress() - progress_before_;
+    life_.seconds = (scheduler_.now() - born_at_) / kSecond;
     // Nobody goes on from where all is well.
     const bool is_done = how == "quiet" && is_as_good_as(life_.states.back(), setup_.goals);
     if (!is_done) life_.trace = device_.trace();

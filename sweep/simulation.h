@@ -40,13 +40,16 @@ struct Usage {
 
 // How lies begin that may be excused.
 inline const std::string kUntrueUpdate = "the update counts as done: ";
+inline const std::string kNoFile = "a partition file is not there: ";
 inline const std::string kStrayFile = "a partition file that nobody asked for: ";
 
 struct Life {
     // "quiet", or what ended it early: "exit STATUS", "killed", "aborted", "spins", "stuck",
     // "restless"
     std::string end;
-    std::vector<State> states;  // when it was quiet; then after a restart of the co-processor
+    // When it was quiet, and then after a restart of the co-processor. One that the fault has not
+    // struck yet when all is quiet does not count: the co-processor restarts for it.
+    std::vector<State> states;
     std::vector<std::string> failures;       // checks of the model up to the first state
     std::vector<std::string> late_failures;  // and from then on
     std::vector<std::string> lies;           // what the daemon claimed and is not so
@@ -54,7 +57,8 @@ struct Life {
     std::map<std::string, uint32_t> complaints;
     std::map<std::string, uint32_t> occasions;
     std::optional<std::string> struck_at;  // which path or property the fault struck
-    bool may_abort = false;                // the daemon was sent a message that ends it
+    bool may_abort = false;   // the daemon has read the beginning of a message that ends it
+    bool must_abort = false;  // ... and the rest
     uint64_t log_lines = 0;
     uint64_t polls = 0;
     uint64_t progress = 0;
@@ -86,6 +90,7 @@ class Simulation {
     void quiet();
     void next_event_of_the_scenario();
     bool restarts_once_more();
+    void restart();
     Usage usage() const;
     State state();
     void check_claims();
@@ -101,6 +106,9 @@ class Simulation {
     uint64_t last_progress_ = 0;
     int64_t quiet_since_ = 0;
     int64_t part_since_ = 0;
+    int64_t born_at_ = 0;
+    uint64_t progress_before_ = 0;
+    bool has_waited_ = false;  // with a restart for the fault's occasion
     uint64_t calls_without_progress_ = 0;
     size_t failures_taken_ = 0;
     uint32_t restarts_ = 0;

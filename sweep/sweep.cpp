@@ -32,12 +32,31 @@ std::vector<const sim::Scenario*> chosen(const Options& options) {
     std::vector<const sim::Scenario*> scenarios;
     for (const std::string& name : options.scenarios) {
         const sim::Scenario* const scenario = sim::find_scenario(name);
-        if (scenario == nullptr) throw std::runtime_error("no scenario " + name);
+        if (scenario == nullptr) {
+            throw std::runtime_error("no scenario " + name + " (./dev run --list names them)");
+        }
         scenarios.push_back(scenario);
     }
     if (!scenarios.empty()) return scenarios;
     for (const sim::Scenario& scenario : sim::all_scenarios()) scenarios.push_back(&scenario);
     return scenarios;
+}
+
+void list(std::ostream& out) {
+    for (const Occasion kind : all_occasions()) {
+        out << occasion_name(kind) << ":";
+        for (const Fault& fault : faults_for(kind)) out << " " << fault.name;
+        out << "\n";
+    }
+}
+
+bool is_known(const std::string& fault_name) {
+    const auto occasions = all_occasions();
+    return std::any_of(occasions.begin(), occasions.end(), [&](Occasion kind) {
+        const auto faults = faults_for(kind);
+        return std::any_of(faults.begin(), faults.end(),
+                           [&](const Fault& fault) { return fault.name == fault_name; });
+    });
 }
 
 std::vector<Plan> plans_for(const Life& life, const Options& options) {
@@ -121,7 +140,7 @@ void take_lines(FILE* lines, const std::vector<Plan>& plans, const sim::Scenario
         ++runs;
         const Plan& plan = plans.at(index);
         ++tally.by_kind[kind_of_run(plan)].at(static_cast<size_t>(outcome));
-        if (static_cast<Outcome>(outcome) != Outcome::kMiss) continue;
+        if (!is_miss(static_cast<Outcome>(outcome))) continue;
         tally.misses.push_back(std::string(line + words) + "    " +
                                command_for(options, scenario, plan));
     }
@@ -187,20 +206,28 @@ bool run_one(const Options& options, const sim::Scenario& scenario, std::ostream
     const Course course = fault_free_course(device, options.eager);
     const Judgement judgement =
         judge(device, course, parse_plan(*options.only), options.eager, true);
-    constexpr const char* kWords[] = {"the fault found no occasion",
+    constexpr const char* kWords[] = {"MISS",
                                       "right by itself",
                                       "right after a restart of the co-processor",
                                       "right after a new start of the daemon",
-                                      "right after a reboot",
+                                      "right once the device was rebooted",
                                       "MISS"};
     out << "without the fault: " << text_of(course.first.states.front()) << "\n"
-        << kWords[static_cast<size_t>(judgement.outcome)] << " " << judgement.why << std::endl;
-    return judgement.outcome != Outcome::kMiss;
+        << kWords[static_cast<size_t>(judgement.outcome)] << (judgement.why.empty() ? "" : ": ")
+        << judgement.why << std::endl;
+    return !is_miss(judgement.outcome);
 }
 
 }  // namespace
 
 bool run(const Options& options, std::ostream& out) {
+    if (options.lists) {
+        list(out);
+        return true;
+    }
+    if (options.fault && !is_known(*options.fault)) {
+        throw std::runtime_error("no fault " + *options.fault + " (--list shows them)");
+    }
     const auto scenarios = chosen(options);
     if (options.only) {
         if (scenarios.size() != 1) throw std::runtime_error("--only needs one scenario");
@@ -216,6 +243,7 @@ bool run(const Options& options, std::ostream& out) {
     for (const sim::Scenario* scenario : scenarios) {
         runs += sweep_scenario(options, *scenario, tally, out);
     }
+    if (runs == 0) throw std::runtime_error("no run is chosen");
     print(tally, runs, out);
     return tally.misses.empty();
 }

@@ -13,6 +13,7 @@ struct Options {
     std::vector<std::string> scenarios = {};  // none: all
     std::optional<std::string> only = {};     // one fault, see parse_plan
     std::optional<std::string> fault = {};    // those with this name alone
+    bool lists = false;                       // occasions and faults, and nothing else
     uint32_t every = 1;                       // each so many-th run alone
     std::optional<uint32_t> soak = {};        // restarts of the co-processor instead of faults
     uint32_t fragment_size = 16384;

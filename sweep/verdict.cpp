@@ -17,10 +17,11 @@ LifeSetup later_life(const DeviceSetup& device, const Life& life, bool reboots) 
 }
 
 // What no fault excuses; empty: nothing of the kind.
-std::string inexcusable(const Life& life) {
+std::string inexcusable(const Life& life, const std::string& usual_end) {
     if (!life.lies.empty()) return life.lies.front();
+    if (life.must_abort && life.end != "aborted") return "an overlong message did not end it";
     if (life.end == "aborted" && life.may_abort) return "";
-    if (life.end != "quiet" && life.end != "killed" && !life.end.starts_with("exit ")) {
+    if (life.end != "quiet" && life.end != "killed" && life.end != usual_end) {
         return "the daemon: " + life.end;
     }
     // Each call that moves something on may need a few passes and some dozen lines; a reader that
@@ -75,8 +76,14 @@ bool has_reported(const Life& life, const Life& without_fault) {
 // to ask again. A failed read may leave the rest of a packet, which then counts as the next one.
 bool spoils_the_wire(const Plan& plan) {
     return plan.occasion == Occasion::kReadChannel || plan.fault.effect == Effect::kDisturbs ||
-           plan.fault.effect == Effect::kLoses || plan.fault.effect == Effect::kShortens ||
-           plan.fault.effect == Effect::kGives;
+           plan.fault.effect == Effect::kLoses ||
+           (plan.occasion == Occasion::kIoctl && plan.fault.effect == Effect::kGives);
+}
+
+// A check of the model that finds wrong bytes, not wrong order or a refusal.
+bool is_content(const std::string& failure) {
+    return failure.find(", read of ") != failure.npos ||
+           failure.find(": CRC expected ") != failure.npos;
 }
 
 Judgement miss(const std::string& why) {
@@ -103,16 +110,23 @@ class Run {
     const bool eager_;
     const bool shows_log_;
     Allowance allowance_ = {"", false, false};
+    bool has_reported_ = false;  // in any life so far
 };
 
 Life Run::live(LifeSetup setup) {
     setup.eager = eager_;
     setup.shows_log = shows_log_;
     Life life = live_in_process(setup);
-    if (setup.plan) allowance_ = allowance_for(life);
+    // Files can be read again in later lives.
+    allowance_ = setup.plan ? allowance_for(life) : Allowance{"", false, false};
     if (allowance_.flash_differs) {
         remove(life.states, "flash");
         std::erase_if(life.lies, [](const auto& lie) { return lie.starts_with(kUntrueUpdate); });
+    }
+    // A CONNECT has to be acknowledged although no file could be made; but not in silence.
+    has_reported_ = has_reported_ || has_reported(life, course_.first);
+    if (has_reported_) {
+        std::erase_if(life.lies, [](const auto& lie) { return lie.starts_with(kNoFile); });
     }
     if (spoils_the_wire(plan_)) {
         std::erase_if(life.lies, [](const auto& lie) { return lie.starts_with(kStrayFile); });
@@ -130,16 +144,19 @@ Judgement Run::judge() {
     setup.plan = plan_;
     setup.goals = course_.first.states;
     const Life life = live(setup);
-    const std::string bad = inexcusable(life);
+    const std::string bad = inexcusable(life, course_.first.end);
     if (!bad.empty()) return miss(bad);
-    if (!life.struck_at) return {Outcome::kIdle, ""};
-    if (allowance_.is_decisive) return {Outcome::kRight, ""};
+    if (!life.struck_at) return {Outcome::kIdle, "the fault found no occasion"};
+    if (allowance_.is_decisive) return judge_later(life);
     if (life.end != course_.first.end) return judge_later(life);  // killed, or ended by the rule
     const bool has_told = has_reported(life, course_.first);
     const bool is_spoiled = spoils_the_wire(plan_);
     if (is_well(life.states.front(), course_.first.states)) {
-        if (life.failures.empty() || is_spoiled || has_told) return {Outcome::kRight, ""};
-        return miss(life.failures.front());
+        for (const std::string& failure : life.failures) {
+            const bool is_excused = is_spoiled || (has_told && !is_content(failure));
+            if (!is_excused) return miss(failure);
+        }
+        return {Outcome::kRight, ""};
     }
     if (!has_told && !is_spoiled && !allowance_.is_silent) {
         return miss("nothing was reported: " + text_of(life.states.front()));
@@ -156,7 +173,7 @@ Judgement Run::judge_later(const Life& first) {
     LifeSetup setup = later_life(device_, first, false);
     setup.goals = course_.again;
     const Life again = live(setup);
-    std::string bad = inexcusable(again);
+    std::string bad = inexcusable(again, course_.first.end);
     if (!bad.empty()) return miss("started again: " + bad);
     if (again.states.size() == 1 && is_well(again.states.front(), course_.again)) {
         return {Outcome::kRestored, ""};
@@ -164,7 +181,7 @@ Judgement Run::judge_later(const Life& first) {
     LifeSetup last = later_life(device_, again, true);
     last.goals = course_.rebooted;
     const Life rebooted = live(last);
-    bad = inexcusable(rebooted);
+    bad = inexcusable(rebooted, course_.first.end);
     if (bad.empty() && !rebooted.failures.empty()) bad = rebooted.failures.front();
     if (bad.empty() && !rebooted.late_failures.empty()) bad = rebooted.late_failures.front();
     if (!bad.empty()) return miss("rebooted: " + bad);
@@ -174,7 +191,7 @@ Judgement Run::judge_later(const Life& first) {
 }
 
 void expect_well(const Life& life, const std::string& scenario) {
-    std::string bad = inexcusable(life);
+    std::string bad = inexcusable(life, life.end);
     if (bad.empty() && !life.failures.empty()) bad = life.failures.front();
     if (bad.empty() && !life.late_failures.empty()) bad = life.late_failures.front();
     for (const State& state : life.states) {

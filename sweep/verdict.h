@@ -28,6 +28,11 @@ enum class Outcome {
     kMiss,
 };
 
+// Each fault is made for an occasion that the run without one has had.
+constexpr bool is_miss(Outcome outcome) {
+    return outcome == Outcome::kMiss || outcome == Outcome::kIdle;
+}
+
 struct Judgement {
     Outcome outcome;
     std::string why;  // of a miss

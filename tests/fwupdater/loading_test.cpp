@@ -3,6 +3,7 @@
 
 #include <cerrno>
 
+#include "fwupdater/image_file.h"
 #include "tests/allocation_limit.h"
 #include "tests/fwupdater/recording.h"
 
@@ -55,6 +56,11 @@ TEST_F(Loading, IncompleteDocuments) {
     image("./partition_table.xml", "not XML");
     EXPECT_EQ(load(), 0U);
     EXPECT_EQ(logged("XML Config File Not Opened"), 2U);
+    EXPECT_EQ(logged("partition_table.xml cannot be opened: No such file or directory"), 1U);
+    EXPECT_EQ(logged("partition_table.xml is no partition table: Error=XML_ERROR_"), 1U);
+    image("./partition_table.xml", std::string(kLargestText + 1, ' '));
+    EXPECT_EQ(load(), 0U);
+    EXPECT_EQ(logged("partition_table.xml has 16777217 bytes, more than 16777216"), 1U);
     image("./partition_table.xml", "<t/>");
     EXPECT_EQ(load(), 0U);
     EXPECT_EQ(logged("bank_1_node is NULL"), 1U);
@@ -91,9 +97,13 @@ TEST_F(Loading, WhatIsNoReadableRegularFileIsEmpty) {
     EXPECT_EQ(logged("only 3 of the 100000 bytes of " + good), 1U);
     scripted::platform().script_read(good, scripted::failure(EIO));
     EXPECT_TRUE(updater_.readFile("good").empty());
+    EXPECT_EQ(logged(good + " cannot be read: Input/output error"), 1U);
+    EXPECT_FALSE(read_regular_file(good, 99'999).has_value());
+    EXPECT_EQ(logged(good + " has 100000 bytes, more than 99999"), 1U);
     const AllocationLimit limit(99'999);
     EXPECT_TRUE(updater_.readFile("good").empty());
     EXPECT_EQ(logged("no memory for the 100000 bytes of " + good), 1U);
+    EXPECT_EQ(logged("/vendor/firmware_mnt/image/odd is not a regular file"), 3U);
     EXPECT_EQ(logged("File open failed : /vendor/firmware_mnt/image/odd"), 3U);
     EXPECT_EQ(scripted::platform().open_descriptors(), 0);
 }

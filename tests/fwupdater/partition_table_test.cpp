@@ -8,7 +8,8 @@
 namespace {
 
 std::optional<PartitionTable> parse(std::string_view xml) {
-    return parse_partition_table({reinterpret_cast<const uint8_t*>(xml.data()), xml.size()});
+    std::string why;
+    return parse_partition_table({reinterpret_cast<const uint8_t*>(xml.data()), xml.size()}, &why);
 }
 
 }  // namespace

@@ -87,6 +87,7 @@ TEST_F(VersionCheck, FallbackIsReadOnlyWhenThePrimaryDoesNotOpen) {
 TEST_F(VersionCheck, VersionsThatDoNotFitIntoMemoryAreUnknown) {
     scripted::platform().file(kPrimary, "\"apps_cochip\": \"A\"\n" + std::string(1'000'000, ' '));
     EXPECT_EQ(updater_.readMarloMetaBuildInfo().apps_cochip, "A");
+    EXPECT_EQ(logged(std::string(kPrimary) + " has a line of 1000000 bytes"), 1U);
     const AllocationLimit limit(1'000'019);  // the file, but no copy of it
     EXPECT_EQ(updater_.readMarloMetaBuildInfo().apps_cochip, "");
     EXPECT_EQ(logged(std::string("no memory for the versions in ") + kPrimary), 1U);
