@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <array>
+#include <climits>
 #include <iomanip>
 #include <map>
+#include <memory>
 #include <ostream>
 #include <stdexcept>
 #include <thread>
@@ -102,30 +104,32 @@ void run_share(const DeviceSetup& device, const Course& course, const std::vecto
     for (size_t i = job; i < plans.size(); i += jobs) {
         Judgement judgement = judge(device, course, plans[i], options.eager);
         std::replace(judgement.why.begin(), judgement.why.end(), '\n', ' ');
-        const std::string line = std::to_string(static_cast<int>(judgement.outcome)) + " " +
-                                 std::to_string(i) + " " + judgement.why + "\n";
+        std::string line = std::to_string(static_cast<int>(judgement.outcome)) + " " +
+                           std::to_string(i) + " " + judgement.why;
+        line.resize(std::min<size_t>(line.size(), PIPE_BUF - 1));
+        line += '\n';
         if (write(into, line.data(), line.size()) < 0) _exit(1);
     }
     _exit(0);
 }
 
-struct Job {
-    pid_t process;
-    FILE* lines;
-};
-
-Job start_job(const DeviceSetup& device, const Course& course, const std::vector<Plan>& plans,
-              const Options& options, unsigned number, unsigned jobs) {
-    int ends[2];
-    if (pipe(ends) != 0) throw std::runtime_error("no pipe for a job");
-    const pid_t child = fork();
-    if (child < 0) throw std::runtime_error("no process for a job");
-    if (child == 0) {
-        close(ends[0]);
-        run_share(device, course, plans, options, number, jobs, ends[1]);
+// The children write lines into `ends`, which are whole: none is longer than a pipe takes at once.
+std::vector<pid_t> start_jobs(const DeviceSetup& device, const Course& course,
+                              const std::vector<Plan>& plans, const Options& options,
+                              const int (&ends)[2]) {
+    const unsigned jobs =
+        options.jobs != 0 ? options.jobs : std::max(1u, std::thread::hardware_concurrency());
+    std::vector<pid_t> children;
+    for (unsigned job = 0; job < jobs; ++job) {
+        const pid_t child = fork();
+        if (child < 0) throw std::runtime_error("no process for a job");
+        if (child == 0) {
+            close(ends[0]);
+            run_share(device, course, plans, options, job, jobs, ends[1]);
+        }
+        children.push_back(child);
     }
-    close(ends[1]);
-    return {child, fdopen(ends[0], "r")};
+    return children;
 }
 
 void take_lines(FILE* lines, const std::vector<Plan>& plans, const sim::Scenario& scenario,
@@ -152,20 +156,18 @@ size_t sweep_scenario(const Options& options, const sim::Scenario& scenario, Tal
     const DeviceSetup device = device_setup(scenario, options.fragment_size);
     const Course course = fault_free_course(device, options.eager);
     const std::vector<Plan> plans = plans_for(course.first, options);
-    const unsigned jobs =
-        options.jobs != 0 ? options.jobs : std::max(1u, std::thread::hardware_concurrency());
-    std::vector<Job> running;
+    int ends[2];
+    if (pipe(ends) != 0) throw std::runtime_error("no pipe for the jobs");
     out.flush();
-    for (unsigned job = 0; job < jobs; ++job) {
-        running.push_back(start_job(device, course, plans, options, job, jobs));
-    }
+    const std::vector<pid_t> jobs = start_jobs(device, course, plans, options, ends);
+    close(ends[1]);
+    const std::unique_ptr<FILE, decltype(&fclose)> lines(fdopen(ends[0], "r"), &fclose);
     size_t runs = 0;
+    take_lines(lines.get(), plans, scenario, options, tally, runs);
     bool all_ended_well = true;
-    for (const Job& job : running) {
-        take_lines(job.lines, plans, scenario, options, tally, runs);
-        fclose(job.lines);
+    for (const pid_t job : jobs) {
         int status = 0;
-        waitpid(job.process, &status, 0);
+        waitpid(job, &status, 0);
         all_ended_well = all_ended_well && WIFEXITED(status) && WEXITSTATUS(status) == 0;
     }
     if (!all_ended_well || runs != plans.size()) {

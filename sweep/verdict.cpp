@@ -24,13 +24,13 @@ std::string inexcusable(const Life& life, const std::string& usual_end) {
     if (life.end != "quiet" && life.end != "killed" && life.end != usual_end) {
         return "the daemon: " + life.end;
     }
-    // Each call that moves something on may need a few passes and some dozen lines; a reader that
-    // nobody feeds makes a hundred passes a second.
+    // Each call that moves something on may need a few passes and two dozen lines; each of three
+    // readers makes a hundred passes at a channel that never brings anything, then twenty a second.
     const uint64_t seconds = static_cast<uint64_t>(life.seconds) + 1;
-    if (life.polls > 8 * life.progress + 110 * seconds) {
+    if (life.polls > 3 * life.progress + 70 * seconds + 400) {
         return "too many polls: " + std::to_string(life.polls);
     }
-    if (life.log_lines > 60 * life.progress + 600 * seconds + 2'000) {
+    if (life.log_lines > 30 * life.progress + 150 * seconds + 1'500) {
         return "too many log lines: " + std::to_string(life.log_lines);
     }
     return "";
