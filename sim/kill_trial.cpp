@@ -21,6 +21,11 @@ constexpr Time kLongestRequest = 50ms;  // else the daemon has nothing more to a
 // wakelock, is about the file, and answers.
 constexpr uint32_t kRequests[] = {0, 1, 2, 3, 3, 3, 3, 4, 5};
 
+// Of so many, some must have hit what matters: one in these.
+constexpr uint32_t kManyTimes = 100;
+constexpr int kTimesForCreation = 50;
+constexpr int kTimesForWrite = 20;
+
 }  // namespace
 
 KillTrial::KillTrial(const Options& options, SignalWatch& signals)
@@ -84,9 +89,19 @@ void KillTrial::perform() {
     machine_.end();
     const std::string why = difference(machine_.root().backing_directory(), model_.backing_files());
     if (!why.empty()) failed(why);
+    judge_tally();
+}
+
+void KillTrial::judge_tally() const {
+    const int writes = written_ + unwritten_ + torn_;
     say("under way when it was killed: " + std::to_string(creations_) + " partitions, " +
-        std::to_string(written_ + unwritten_ + torn_) + " writes (" + std::to_string(written_) +
-        " on disk, " + std::to_string(unwritten_) + " not, " + std::to_string(torn_) + " in part)");
+        std::to_string(writes) + " writes (" + std::to_string(written_) + " on disk, " +
+        std::to_string(unwritten_) + " not, " + std::to_string(torn_) + " in part)");
+    if (options_.times < kManyTimes) return;
+    const auto times = static_cast<int>(options_.times);
+    if (creations_ < times / kTimesForCreation || writes < times / kTimesForWrite) {
+        failed("the daemon was killed beside what it was to be killed in");
+    }
 }
 
 std::string KillTrial::wrong() {

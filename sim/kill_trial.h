@@ -37,6 +37,7 @@ class KillTrial : public Trial {
     bool reached(const Moment& moment) const;
     void kill_at(const Moment& moment);
     void look_at_files();
+    void judge_tally() const;
     void count_write(const std::string& file, const Bytes& before, const Bytes& after);
 
     const Scenario& scenario_;

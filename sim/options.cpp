@@ -67,6 +67,9 @@ void declare_trials(CLI::App& app, Options& options) {
         "The daemon against a co-processor out of order, and at last one in order", Mode::kChaos);
     declare_seed(chaos, options);
     declare_number(chaos, "--seconds", options.seconds, "How long it is out of order (20)");
+    chaos.add_option("--episodes", options.episodes, "How many it has, instead")
+        ->check(CLI::Range(1u, kMostTimes))
+        ->option_text("NUMBER");
     CLI::App& kill = declare_trial(
         app, options, "kill",
         "The daemon killed at random moments while it keeps the co-processor's memory",

@@ -18,9 +18,10 @@ enum class Mode { kScenario, kChaos, kKill, kSoak, kIdle };
 struct Options {
     Mode mode = Mode::kScenario;
     std::string scenario = "update";
-    uint64_t seed = 1;      // of a trial that chooses
-    uint32_t seconds = 20;  // of chaos
-    uint32_t times = 100;   // that the daemon is killed
+    uint64_t seed = 1;                 // of a trial that chooses
+    uint32_t seconds = 20;             // of chaos
+    std::optional<uint32_t> episodes;  // of chaos, instead
+    uint32_t times = 100;              // that the daemon is killed
     uint32_t restarts = 200;
     uint32_t idle_seconds = 5;  // for each way of being broken
     std::optional<std::filesystem::path> firmware;

@@ -98,7 +98,7 @@ void Trial::end_daemon(int number) {
     ending_ = 0;
 }
 
-void Trial::say(const std::string& text) {
+void Trial::say(const std::string& text) const {
     if (options_.quiet) return;
     char stamp[32];
     std::snprintf(stamp, sizeof stamp, "%8.3f  ", std::chrono::duration<double>(now()).count());

@@ -56,7 +56,7 @@ class Trial : protected Observer, private Machine::Watcher {
     // The daemon has ended; false: that is a failure.
     virtual bool may_end(const DaemonEnd&) { return false; }
 
-    void say(const std::string& text);
+    void say(const std::string& text) const;
     Time now() const { return machine_.now(); }
     // How often the model has told of this phase, and the value of a property written last.
     uint64_t phases(const std::string& phase) const;

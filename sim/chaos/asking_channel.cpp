@@ -85,7 +85,7 @@ void AskingChannel::come_to(HostReader::Outcome outcome) {
 void AskingChannel::pump() {
     for (int i = 0; i < kRequestsAtOnce; ++i) {
         const bool in_turn = connected() && settled() && trouble_.empty_reads == 0;
-        if (!in_turn || !context_.may_send || context_.host_ends || !may_ask()) return;
+        if (!in_turn || context_.requests_due == 0 || context_.host_ends || !may_ask()) return;
         send_next();
     }
 }
@@ -105,7 +105,7 @@ void AskingChannel::send_next() {
         trouble_.read_error = dice.one_in(2) ? EAGAIN : EIO;
     }
     if (!may_send(next.packets, dice)) return;
-    ++context_.requests;
+    --context_.requests_due;
     count(next.how.empty() ? "request" : next.how);
     for (Bytes& packet : next.packets) send(std::move(packet));
 }

@@ -18,10 +18,9 @@ struct ChaosContext {
     DiceBox dice;
     Reporter& reporter;
     uint32_t noise = 0;                          // how many in a hundred packets are out of order
-    bool may_send = true;                        // requests of the co-processor
+    uint32_t requests_due = 0;                   // that the co-processor still has to send
     bool host_ends = false;                      // whatever is owed may not come any more
     bool abort_due = false;                      // the host has been given what it must not survive
-    uint64_t requests = 0;                       // sent so far
     uint64_t tasks = 0;                          // all that the host was given to do
     std::map<std::string, uint64_t> tally = {};  // how often which thing was done, in words
 
@@ -30,7 +29,7 @@ struct ChaosContext {
 
 // What is to go wrong next, and how many times; kForEver: it does not end.
 struct ChannelTrouble {
-    static constexpr uint32_t kForEver = UINT32_MAX;  // as that of an episode
+    static constexpr uint32_t kForEver = UINT32_MAX;
 
     uint32_t failing_opens = 0;
     int open_error = 0;
@@ -65,6 +64,8 @@ class ChaosChannel {
     virtual void host_reads(size_t /*size*/, std::span<const uint8_t>) {}
 
     bool is_open() const { return open_; }
+    // Reads that bring nothing and odd polls are still to come.
+    bool expects_looks() const { return trouble_.empty_reads > 0 || trouble_.odd_polls > 0; }
     void hang_up();
     // Sends what is next, if it is its turn. To be called whenever something has happened.
     virtual void pump() {}

@@ -46,7 +46,6 @@ class ChaosDevice : public Device {
 
     // What goes wrong:
     void set_noise(uint32_t percent) { context_.noise = percent; }
-    void set_silent(bool silent) { context_.may_send = !silent; }
     void set_trouble(Channel channel, const ChannelTrouble& trouble) {
         find(channel).set_trouble(trouble);
     }
@@ -70,6 +69,10 @@ class ChaosDevice : public Device {
     const BackingFiles& backing_files() const { return rma_.files(); }
     // Nothing that it has said is unread or unanswered.
     bool settled() const { return dfu_.quiet() && rma_.quiet(); }
+    // All that it had to say has been said, and what was to go wrong on the channel has.
+    bool done(Channel channel) const {
+        return context_.requests_due == 0 && settled() && !find(channel).expects_looks();
+    }
     // The first failed check so far; empty: none.
     std::string failure() const;
     // The answer that is overdue; empty: none.

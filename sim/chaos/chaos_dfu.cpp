@@ -12,7 +12,7 @@ namespace {
 constexpr HostFraming kFraming = {DfuHost::kLongestMessage, 17, 8};
 constexpr MessageLayout kLayout = {0, 8, 12, 4};
 
-constexpr uint32_t kAborts = 12;  // one in so many messages that could end the host does
+constexpr uint32_t kAborts = 4;  // one in so many messages that could end the host does
 
 constexpr uint32_t kOddLengths[] = {0, 1, 4095, 65536, 1 << 20, (16 << 20) + 1, 0xffffffff};
 constexpr uint32_t kOddOffsets[] = {0, 1, 4095, 1 << 20, 0x7fffffff, 0xfffffff0, 0xffffffff};

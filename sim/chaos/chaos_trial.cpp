@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/chaos/chaos_trial.h"
 
-#include <poll.h>
-
-#include <cerrno>
+#include <algorithm>
 #include <csignal>
 #include <utility>
 
@@ -25,11 +23,14 @@ constexpr bool kMemoryIsLimited = true;
 #endif
 constexpr uint64_t kAddressSpace = uint64_t{1} << 30;
 
-constexpr uint32_t kUsualNoise = 15;  // per cent, while something else goes wrong
 constexpr Time kLongestAbort = 10s;
 // The daemon may have a version query of 14 s, a busy control device of 15 s, and pushes of 12 s
 // each to get over.
 constexpr Time kLongestUnrest = 90s;
+constexpr Time kLongestEpisode = 150s;  // it may have to get over several of these
+// Of fruitless looks at a channel there are a hundred a second at most; a message under way may
+// take three of them at once.
+constexpr Time kFastestLook = 2ms;
 constexpr Time kLongestService = 90s;
 constexpr Time kSettle = 1300ms;
 constexpr double kRestingCpu = 2;  // per cent of one processor; the clock ticks in steps of 10 ms
@@ -52,7 +53,8 @@ ChaosTrial::ChaosTrial(const Options& options, SignalWatch& signals)
       scenario_(scenario_for(options.seed)),
       device_({options.seed, behaviour_for(scenario_, firmware_), firmware_, misc_data_,
                kMemoryIsLimited},
-              *this) {
+              *this),
+      course_(device_, no_flash_) {
     limits_.may_dump_core = false;
     if (kMemoryIsLimited) limits_.memory = kAddressSpace;
 }
@@ -61,27 +63,30 @@ std::string ChaosTrial::name() const {
     return "chaos (seed " + std::to_string(options_.seed) + ")";
 }
 
+// Just the episodes that there were.
 std::string ChaosTrial::command() const {
-    return "chaos --seed " + std::to_string(options_.seed) + " --seconds " +
-           std::to_string(options_.seconds);
+    return "chaos --seed " + std::to_string(options_.seed) + " --episodes " +
+           std::to_string(std::max(course_.episodes(), 1u));
 }
 
 void ChaosTrial::perform() {
     machine_.mount(scenario_.start, device_);
     say("the variant " + std::string(no_flash_ ? "without" : "with") + " flash");
-    device_.set_noise(kUsualNoise);
     device_.new_host();
     set_properties(scenario_.start.properties);
     begin_daemon();
-    while (now() < std::chrono::seconds(options_.seconds)) {
-        play(choose_episode(device_.context().dice.roll("episode"), no_flash_));
-    }
+    while (goes_on()) play();
     say("from now on all is in order");
     device_.set_noise(0);
     come_to_rest();
     put_in_order();
     check_files();
     tell_tally();
+}
+
+bool ChaosTrial::goes_on() const {
+    if (options_.episodes) return course_.episodes() < *options_.episodes;
+    return now() < std::chrono::seconds(options_.seconds);
 }
 
 void ChaosTrial::begin_daemon() {
@@ -111,39 +116,39 @@ bool ChaosTrial::may_end(const DaemonEnd& end) {
     return true;
 }
 
-void ChaosTrial::play(const Episode& episode) {
-    ++episodes_;
+void ChaosTrial::play() {
     if (watch_.rests(now()) && !device_.any_open()) {
         say("the daemon has given up, and another one begins");
         replace_daemon();
     }
-    say("episode " + std::to_string(episodes_) + ": " + episode.words);
+    const Episode& episode = course_.begin_next();
+    say("episode " + std::to_string(course_.episodes()) + ": " + episode.words);
+    const Time begun = now();
+    watch_.stir(begun);
     begin(episode);
-    const uint64_t requests = device_.context().requests + episode.requests;
-    const Time end = now() + episode.patience;
-    while (now() < end && device_.context().requests < requests) {
-        if (aborted_) renew_daemon();
-        pass(5ms);
+    machine_.serve_channels();
+    bool same_daemon = true;
+    wait_for("the end of the episode", kLongestEpisode, [&] {
+        if (aborted_) {
+            renew_daemon();
+            same_daemon = false;
+        }
+        if (device_.context().abort_due) return false;
+        return watch_.rests(now()) || (course_.done() && !episode.until_rest);
+    });
+    const bool looks = episode.kind == Kind::kEmptyReads || episode.kind == Kind::kOddPolls;
+    if (looks && same_daemon && now() < begun + episode.count * kFastestLook) {
+        failed("the daemon spins: no time has passed with " + episode.words);
     }
-    if (aborted_) renew_daemon();
-    device_.set_trouble(episode.channel, {});
+    course_.end();
 }
 
+// What the episode does to others than the co-processor.
 void ChaosTrial::begin(const Episode& episode) {
-    device_.set_noise(episode.kind == Kind::kNoise ? episode.percent : kUsualNoise);
-    if (episode.kind == Kind::kInOrder || episode.kind == Kind::kRest) device_.set_noise(0);
     if (!episode.property.empty()) set_properties({{episode.property, episode.value}});
     switch (episode.kind) {
-        case Kind::kInOrder:
-        case Kind::kNoise:
-        case Kind::kProperty:
-            return;
         case Kind::kRest:
             return come_to_rest();
-        case Kind::kRestart:
-            return device_.restart(episode.length);
-        case Kind::kNoReturn:
-            return device_.restart({});
         case Kind::kFalseEvent:
             return machine_.uevents().announce(episode.event);
         case Kind::kOddEvents:
@@ -152,46 +157,11 @@ void ChaosTrial::begin(const Episode& episode) {
                 machine_.uevents().send(odd_announcement(dice));
             }
             return;
-        case Kind::kControls:
-            return device_.fail_controls(episode.count);
-        case Kind::kControlOpens:
-            return device_.fail_control_opens(episode.count, episode.error);
         case Kind::kNewDaemon:
             return replace_daemon();
-        case Kind::kHangUp:
-        case Kind::kEmptyReads:
-        case Kind::kOddPolls:
-        case Kind::kFailingReads:
-        case Kind::kFailingWrites:
-            return disturb_channel(episode);
-    }
-}
-
-void ChaosTrial::disturb_channel(const Episode& episode) {
-    ChannelTrouble trouble;
-    switch (episode.kind) {
-        case Kind::kEmptyReads:
-            trouble.empty_reads = episode.count;
-            break;
-        case Kind::kOddPolls:
-            trouble.odd_polls = episode.count;
-            trouble.odd_events = POLLERR;
-            break;
-        case Kind::kFailingReads:
-            trouble.failing_reads = episode.count;
-            trouble.read_error = episode.error;
-            break;
-        case Kind::kFailingWrites:
-            trouble.failing_writes = episode.count;
-            trouble.write_error = episode.error;
-            break;
         default:
-            trouble.failing_opens = episode.count;
-            trouble.open_error = episode.error;
-            device_.hang_up(episode.channel);
+            return;
     }
-    device_.set_trouble(episode.channel, trouble);
-    machine_.serve_channels();
 }
 
 void ChaosTrial::replace_daemon() {
@@ -211,7 +181,6 @@ void ChaosTrial::renew_daemon() {
 }
 
 void ChaosTrial::come_to_rest() {
-    device_.set_silent(true);
     watch_.stir(now());
     for (;;) {
         wait_for("the daemon comes to rest", kLongestUnrest,
@@ -230,7 +199,6 @@ void ChaosTrial::come_to_rest() {
     if (!why.empty()) failed(why);
     if (cpu > kRestingCpu) failed("the resting daemon uses" + std::string(text + 1));
     if (device_.model().status().wakelock_held) failed("the resting daemon holds the wakelock");
-    device_.set_silent(false);
 }
 
 // A daemon that can still serve must do so after nothing but a restart of the co-processor; else
@@ -283,8 +251,8 @@ void ChaosTrial::check_files() {
 }
 
 void ChaosTrial::tell_tally() {
-    say(std::to_string(episodes_) + " episodes, and the daemon ended " + std::to_string(aborts_) +
-        " times as it had to. How often what was done:");
+    say(std::to_string(course_.episodes()) + " episodes, and the daemon ended " +
+        std::to_string(aborts_) + " times as it had to. How often what was done:");
     for (const auto& [what, count] : device_.context().tally) {
         say("    " + what + ": " + std::to_string(count));
     }

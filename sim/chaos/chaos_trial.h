@@ -4,7 +4,7 @@
 #pragma once
 
 #include "sim/chaos/chaos_device.h"
-#include "sim/chaos/episode.h"
+#include "sim/chaos/course.h"
 #include "sim/daemon_watch.h"
 #include "sim/trial.h"
 
@@ -12,7 +12,8 @@ namespace sim {
 
 class ChaosTrial : public Trial {
   public:
-    // options.seed: what happens; options.seconds: how long before all is in order.
+    // options.seed: what happens; options.seconds, or rather options.episodes where it is given:
+    // how much of it before all is in order.
     ChaosTrial(const Options& options, SignalWatch& signals);
 
     std::string name() const override;
@@ -24,9 +25,9 @@ class ChaosTrial : public Trial {
     void logged(const std::string&) override { watch_.logged(); }
     bool may_end(const DaemonEnd& end) override;
 
-    void play(const Episode& episode);
+    bool goes_on() const;
+    void play();
     void begin(const Episode& episode);
-    void disturb_channel(const Episode& episode);
     void begin_daemon();
     void replace_daemon();
     void renew_daemon();
@@ -39,11 +40,11 @@ class ChaosTrial : public Trial {
     const bool no_flash_;
     const Scenario& scenario_;  // in order; it is what the run begins and ends with
     ChaosDevice device_;
+    Course course_;
     DaemonWatch watch_;
     DaemonLimits limits_;
     bool aborted_ = false;  // as it had to: another daemon is due
     std::optional<Time> abort_due_since_;
-    uint64_t episodes_ = 0;
     uint64_t aborts_ = 0;
 };
 

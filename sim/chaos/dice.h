@@ -38,10 +38,18 @@ class DiceBox {
   public:
     explicit DiceBox(uint64_t seed) : seed_(seed) {}
     // For the next occasion of this kind, "rma packet" say.
-    Dice roll(const std::string& kind) { return {seed_, kind, ++occasions_[kind]}; }
+    Dice roll(const std::string& kind) {
+        return {seed_, kind + " " + std::to_string(chapter_), ++occasions_[kind]};
+    }
+    // Counts from one again: how much there was before makes no difference to what comes.
+    void begin_chapter(uint64_t number) {
+        chapter_ = number;
+        occasions_.clear();
+    }
 
   private:
     uint64_t seed_;
+    uint64_t chapter_ = 0;
     std::map<std::string, uint64_t> occasions_;  // so far
 };
 

@@ -29,6 +29,7 @@ constexpr Weight kWeights[] = {
     {Kind::kNewDaemon, 0, 5},
 };
 
+constexpr uint32_t kLasting = 130;  // reads or polls: after a hundred the host makes them seldom
 constexpr uint32_t kFailingOpens[] = {0, 0, 0, 1, 2, 3};  // with the third the host gives up
 constexpr int kOpenErrors[] = {EBUSY, ENOENT, ENODEV};
 constexpr int kReadErrors[] = {EIO, EAGAIN, ENOMEM, EINTR};
@@ -71,10 +72,9 @@ void choose_error(Episode& episode, const std::string& what, int error) {
     episode.words = std::to_string(episode.count) + " " + what + ": " + std::strerror(error);
 }
 
-Episode packets(Kind kind, Dice& dice) {
+Episode packets(Kind kind, Dice& dice, bool no_flash) {
     Episode episode{.kind = kind, .words = "all in order"};
-    episode.requests = dice.between(50, 1000);
-    episode.patience = 1500ms;
+    episode.requests = dice.between(20, no_flash ? 200 : 500);  // a download is faster
     if (kind == Kind::kNoise) {
         episode.percent = dice.between(10, 70);
         episode.words = std::to_string(episode.percent) + " % noise";
@@ -91,20 +91,19 @@ Episode announcement(Kind kind, Dice& dice) {
     if (kind == Kind::kFalseEvent) {
         episode.event = dice.one_in(3) ? kPoweredDown : kPoweredUp;
         episode.words = "announcement " + std::to_string(episode.event) + ", which is not true";
+        episode.until_rest = true;
     }
     if (kind == Kind::kOddEvents) {
         episode.count = dice.between(5, 50);
         episode.words = std::to_string(episode.count) + " odd announcements";
     }
     episode.requests = dice.between(20, 200);
-    episode.patience = 1s;
     return episode;
 }
 
 Episode channel_trouble(Kind kind, Dice& dice) {
     Episode episode{.kind = kind, .words = {}};
     episode.requests = dice.between(10, 60);
-    episode.patience = 1500ms;
     episode.count = dice.between(3, 120);
     switch (kind) {
         case Kind::kHangUp:
@@ -126,11 +125,8 @@ Episode channel_trouble(Kind kind, Dice& dice) {
         default:
             episode.words = "polls that tell of an error";
     }
-    const bool is_endless_one = kind == Kind::kEmptyReads || kind == Kind::kOddPolls;
-    if (is_endless_one && dice.one_in(2)) {
-        episode.count = Episode::kForEver;
-        episode.patience = 2500ms;  // a whole second of it among them
-    }
+    const bool may_last = kind == Kind::kEmptyReads || kind == Kind::kOddPolls;
+    if (may_last && dice.one_in(2)) episode.count = kLasting;
     return episode;
 }
 
@@ -144,7 +140,7 @@ Episode control_trouble(Kind kind, Dice& dice) {
     episode.property = "vendor.marlo_reset";
     episode.value = "1";
     episode.requests = 100;
-    episode.patience = 1200ms;
+    episode.until_rest = true;
     return episode;
 }
 
@@ -152,8 +148,8 @@ Episode property_change(Dice& dice) {
     Episode episode{.kind = Kind::kProperty, .words = {}};
     std::tie(episode.property, episode.value) = odd_property(dice);
     episode.words = episode.property + " = " + episode.value.substr(0, 20);
-    episode.patience = 1200ms;
     episode.requests = 100;
+    episode.until_rest = true;
     return episode;
 }
 
@@ -165,7 +161,7 @@ Episode choose_episode(Dice dice, bool no_flash) {
     switch (kind) {
         case Kind::kInOrder:
         case Kind::kNoise:
-            episode = packets(kind, dice);
+            episode = packets(kind, dice, no_flash);
             break;
         case Kind::kRestart:
         case Kind::kNoReturn:
@@ -191,7 +187,6 @@ Episode choose_episode(Dice dice, bool no_flash) {
             break;
         case Kind::kNewDaemon:
             episode.words = "the daemon is ended and started again";
-            episode.patience = 3s;
             episode.requests = 50;
             break;
     }

@@ -30,10 +30,8 @@ struct Episode {
         kControlOpens,   // the control device cannot be opened `count` times, and there is a reset
         kNewDaemon,      // the daemon is ended and started again
     };
-    static constexpr uint32_t kForEver = UINT32_MAX;
-
-    Kind kind;
-    std::string words;
+    Kind kind = Kind::kInOrder;
+    std::string words = {};
     Channel channel = Channel::kRma;
     uint32_t count = 0;
     int error = 0;
@@ -42,8 +40,9 @@ struct Episode {
     std::string property = {};
     std::string value = {};
     Time length{0};
-    uint32_t requests = 0;  // it is over when so many have been sent,
-    Time patience{0};       // or after this time
+    uint32_t requests = 0;    // that the co-processor sends; it is over when all are dealt with, or
+                              // when the daemon does nothing more
+    bool until_rest = false;  // it is over then only
 };
 
 // `no_flash`: of the variant without flash.

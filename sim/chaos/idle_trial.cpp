@@ -17,8 +17,10 @@ namespace {
 
 constexpr double kMostCpu = 1;  // per cent of one processor
 constexpr Time kLongestStart = 20s;
-constexpr Time kGivingUp = 4s;        // after three opens that fail, a second each
-constexpr Time kLosingHope = 1500ms;  // after a hundred reads, a hundredth of a second each
+// After so many looks at its channel in vain the daemon looks no more often, or has given up.
+constexpr uint64_t kHopeless = 110;
+constexpr uint64_t kOpens = 3;
+constexpr Time kLongestHope = 30s;
 constexpr uint32_t kForEver = ChannelTrouble::kForEver;
 
 }  // namespace
@@ -51,7 +53,6 @@ void IdleTrial::look_at(const std::string& name, Channel channel) {
         ChaosSetup{options_.seed, behaviour_for(scenario, firmware_), firmware_, misc_data_, false},
         static_cast<Observer&>(*this));
     machine_.mount(scenario.start, *device_);
-    device_->set_silent(true);
     set_properties(scenario.start.properties);
     start_daemon();
     wait_for("the daemon opens the channel", kLongestStart,
@@ -63,11 +64,19 @@ void IdleTrial::look_at(const std::string& name, Channel channel) {
     machine_.unmount();
 }
 
+// Nothing else is counted of a device that says nothing.
+uint64_t IdleTrial::looks_in_vain() const {
+    uint64_t looks = 0;
+    for (const auto& [what, count] : device_->context().tally) looks += count;
+    return looks;
+}
+
 void IdleTrial::look_at(Channel channel, const Way& way) {
     device_->set_trouble(channel, way.trouble);
     if (way.hangs_up) device_->hang_up(channel);
     machine_.serve_channels();
-    pass(way.hangs_up ? kGivingUp : kLosingHope);
+    const uint64_t looks = looks_in_vain() + (way.hangs_up ? kOpens : kHopeless);
+    wait_for("the daemon has lost hope", kLongestHope, [&] { return looks_in_vain() >= looks; });
     const auto before = usage_of(machine_.daemon());
     const Time begin = now();
     const uint64_t requests = machine_.requests();

@@ -26,6 +26,7 @@ class IdleTrial : public Trial {
     std::string wrong() override;
     void look_at(const std::string& scenario, Channel channel);
     void look_at(Channel channel, const Way& way);
+    uint64_t looks_in_vain() const;
 
     std::unique_ptr<ChaosDevice> device_;
 };

@@ -3,7 +3,7 @@
 
 #include <cerrno>
 
-#include "sim/chaos/chaos_device.h"
+#include "sim/chaos/course.h"
 #include "tests/sim/scripted_host.h"
 
 namespace sim::test {
@@ -37,51 +37,88 @@ TEST(HostReader, MakesMessagesAsTheLengthFieldTells) {
     EXPECT_TRUE(reader.between_messages());
 }
 
-// Reads `count` packets of remote memory and answers as it should; what it has read.
-std::vector<Bytes> asked(uint64_t seed, Time step, size_t count, bool answers_wrongly = false) {
+// One turn of a host that reads remote memory's channel; `packets`: all that it has read.
+void take_turn(ChaosDevice& device, HostReader& reader, RmaHost& host, bool answers_wrongly,
+               std::vector<Bytes>& packets) {
+    if (device.hung_up(Channel::kRma)) {
+        device.close_channel(Channel::kRma);
+        reader.forget();
+    }
+    if (!device.is_open(Channel::kRma)) device.open_channel(Channel::kRma);
+    if (device.odd_events(Channel::kRma)) return device.polled(Channel::kRma);
+    if (!device.readable(Channel::kRma)) return;
+    if (const auto error = device.read_error(Channel::kRma)) {
+        reader.failed(*error);
+        return;
+    }
+    packets.push_back(device.take_packet(Channel::kRma));
+    Bytes rest = packets.back();
+    do {
+        const size_t size = std::min(rest.size(), reader.next_read());
+        const Bytes piece(rest.begin(), rest.begin() + static_cast<ptrdiff_t>(size));
+        rest.erase(rest.begin(), rest.begin() + static_cast<ptrdiff_t>(size));
+        device.host_reads(Channel::kRma, reader.next_read(), piece);
+        if (reader.took(piece) != Outcome::kMessage) continue;
+        auto answer = host.answer_to(reader.message());
+        if (answer && answers_wrongly) answer->back() ^= 1;
+        for (int tries = 0; answer && !answer->empty() && tries < 100; ++tries) {
+            const int taken = device.receive(Channel::kRma, *answer);
+            if (taken == 0 || (taken < 0 && taken != -EAGAIN && taken != -EBUSY)) break;
+            answer->erase(answer->begin(), answer->begin() + std::max(taken, 0));
+        }
+    } while (!rest.empty());
+}
+
+// What a host reads that takes a turn in each `step`, and gives an episode up when it has read
+// nothing for some turns.
+std::vector<Bytes> asked(uint64_t seed, Time step, uint32_t episodes,
+                         bool answers_wrongly = false) {
+    constexpr int kTurnsInVain = 1000;
     EventList events;
     ChaosDevice device({seed, running(kHostMode), generated_firmware(), {}, false}, events);
-    device.set_noise(40);
+    Course course(device, true);
     device.write_wake_lock(kWakelock);
     RmaHost host;
     HostReader reader({40, 13, 4});
     std::vector<Bytes> packets;
-    for (Time now{0}; packets.size() < count && device.failure().empty(); now += step) {
-        device.set_time(now);
-        if (device.hung_up(Channel::kRma)) device.close_channel(Channel::kRma);
-        if (!device.any_open()) device.open_channel(Channel::kRma);
-        if (const auto error = device.read_error(Channel::kRma)) reader.failed(*error);
-        if (!device.readable(Channel::kRma)) continue;
-        packets.push_back(device.take_packet(Channel::kRma));
-        Bytes rest = packets.back();
-        do {
-            const size_t size = std::min(rest.size(), reader.next_read());
-            const Bytes piece(rest.begin(), rest.begin() + static_cast<ptrdiff_t>(size));
-            rest.erase(rest.begin(), rest.begin() + static_cast<ptrdiff_t>(size));
-            device.host_reads(Channel::kRma, reader.next_read(), piece);
-            if (reader.took(piece) != Outcome::kMessage) continue;
-            auto answer = host.answer_to(reader.message());
-            if (answer && answers_wrongly) answer->back() ^= 1;
-            for (int tries = 0; answer && !answer->empty() && tries < 100; ++tries) {
-                const int taken = device.receive(Channel::kRma, *answer);
-                if (taken == 0 || (taken < 0 && taken != -EAGAIN && taken != -EBUSY)) break;
-                answer->erase(answer->begin(), answer->begin() + std::max(taken, 0));
-            }
-        } while (!rest.empty());
+    Time now{0};
+    while (course.episodes() < episodes && device.failure().empty()) {
+        course.begin_next();
+        int in_vain = 0;
+        while (!course.done() && in_vain < kTurnsInVain && device.failure().empty()) {
+            const size_t before = packets.size();
+            device.set_time(now += step);
+            take_turn(device, reader, host, answers_wrongly, packets);
+            in_vain = packets.size() == before ? in_vain + 1 : 0;
+        }
+        course.end();
     }
     EXPECT_EQ(device.failure().empty(), !answers_wrongly) << device.failure();
     return packets;
 }
 
-TEST(Chaos, ASeedAsksTheSameWhateverTheTime) {
+TEST(Chaos, EpisodesAskTheSameWhateverTheTime) {
     using namespace std::chrono_literals;
-    const std::vector<Bytes> first = asked(1, 1ms, 1000);
-    EXPECT_EQ(first, asked(1, 3s, 1000));
-    EXPECT_NE(first, asked(2, 1ms, 1000));
+    const std::vector<Bytes> first = asked(1, 1ms, 25);
+    EXPECT_GT(first.size(), 1000u);
+    EXPECT_EQ(first, asked(1, 3s, 25));
+    EXPECT_NE(first, asked(2, 1ms, 25));
+}
+
+// How much was chosen before makes no difference.
+TEST(Chaos, AChapterOfChoicesStandsByItself) {
+    DiceBox box(1);
+    box.begin_chapter(4);
+    const Dice first = box.roll("packet");
+    box.roll("packet");
+    box.begin_chapter(5);
+    EXPECT_NE(Dice(box.roll("packet")).word(), Dice(first).word());
+    box.begin_chapter(4);
+    EXPECT_EQ(Dice(box.roll("packet")).word(), Dice(first).word());
 }
 
 TEST(Chaos, AWrongAnswerIsFoundOut) {
-    EXPECT_LT(asked(1, Time{1}, 1000, true).size(), 20u);
+    EXPECT_LT(asked(1, Time{1}, 25, true).size(), 20u);
 }
 
 }  // namespace
