@@ -61,6 +61,7 @@ class marlo_rma {
     void handle_data_read(Bytes message);
     void handle_data_write(Bytes message);
     void prepare_partition(uint32_t size);
+    bool brings_name_to_disk(const std::string& path);
     int send_aon_request(uint32_t command, Bytes fields, Bytes block);
 
     // From the last CONNECT. The reader thread's alone; a later reader thread is started only
@@ -69,6 +70,9 @@ class marlo_rma {
     uint32_t client_private_ = 0;
     uint32_t file_memory_id_ = 0;  // in the names of the partition's file
     uint32_t second_id_ = 0;
+    // All of them. Not known at first: whoever gave a file its name may have been killed right
+    // afterwards.
+    bool names_are_on_disk_ = false;
 
     std::atomic<glink_interface*> glinkInterface = nullptr;  // owned
     TransportFactory make_transport_;

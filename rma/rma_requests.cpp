@@ -71,13 +71,11 @@ void marlo_rma::prepare_partition(uint32_t size) {
     switch (create_backing_file(path, size)) {
         case Creation::exists:
             MARLO_LOG_FOR(kEventName, error, "file exists %s  ", path.c_str());
-            // Whoever gave it its name may have been killed right afterwards.
-            if (!sync_backing_directory()) {
-                MARLO_LOG_FOR(kEventName, error, "a power cut may take %s: %s", path.c_str(),
-                              strerror(errno));
-            }
+            names_are_on_disk_ = false;  // who gave it its name is not known
+            brings_name_to_disk(path);
             break;
         case Creation::created:
+            names_are_on_disk_ = true;
             MARLO_LOG_FOR(kEventName, debug, "size of file %d ", shown(size));
             break;
         case Creation::not_opened:
@@ -87,9 +85,21 @@ void marlo_rma::prepare_partition(uint32_t size) {
             MARLO_LOG_FOR(kEventName, debug, "memory allocation failed for dummy_data");
             break;
         case Creation::not_written:
+            names_are_on_disk_ = false;
             MARLO_LOG_FOR(kEventName, error, "%s is not made: %s", path.c_str(), strerror(errno));
             break;
     }
+}
+
+// No block of a file is confirmed before: a sync that has failed is tried again with each of them.
+bool marlo_rma::brings_name_to_disk(const std::string& path) {
+    if (!names_are_on_disk_ && !sync_backing_directory()) {
+        MARLO_LOG_FOR(kEventName, error, "a power cut may take %s: %s", path.c_str(),
+                      strerror(errno));
+        return false;
+    }
+    names_are_on_disk_ = true;
+    return true;
 }
 
 void marlo_rma::handle_disconnect(Bytes message) {
@@ -123,10 +133,11 @@ void marlo_rma::handle_data_write(Bytes message) {
             return;
         }
         std::copy(block->begin(), block->end(), buffer.get());
-        const std::string name =
+        const std::string path =
+            backing_file_directory +
             backing_file_name(file_memory_id_, second_id_, request.request_word);
-        if (AppendToFile(backing_file_directory + name, request.offset, request.size,
-                         buffer.get()) == 0) {
+        if (AppendToFile(path, request.offset, request.size, buffer.get()) == 0 &&
+            brings_name_to_disk(path)) {
             result = rma::DONE;
         }
     } else {
