@@ -12,12 +12,13 @@
 #include <functional>
 #include <thread>
 
-// Every system call that a test must be able to make fail, every wait and every thread. Outside
-// platform/, sim/ and tests/ nothing else calls the kernel. Each function has the arguments, the
-// result and the errno of the call that it is named after; all are safe on any thread.
+// Every system call that a test must be able to make fail, every wait and every thread: the rooms
+// of the daemon reach the kernel through these alone. Each function has the arguments, the result
+// and the errno of the call that it is named after; all are safe on any thread.
 //
 // Which implementation answers is decided when a program is linked: platform/linux for the
-// daemon, the scripted platform (platform/scripted) for tests.
+// daemon, the scripted platform (platform/scripted) for tests and fuzz targets, a simulated
+// device (sweep/system_calls.cpp) for the sweep.
 namespace os {
 
 // To be called once, by main, before anything logs: makes the log show every priority, and what the

@@ -22,6 +22,10 @@ rule "No #ifdef for a system outside platform/" "$(
 rule "The virtual co-processor includes nothing of the product" "$(
     git grep -nE '#include "(daemon|comhandler|glink|fwupdater|rma|wire|platform)/' -- sim
 )"
+rule "The product includes nothing of what tries it" "$(
+    git grep -nE '#include [<"](sim|sweep|fuzz|tests|platform/scripted)/' -- \
+        "${product[@]}" 'platform/*.h' 'platform/*.cpp' ':!platform/scripted'
+)"
 rule "Rooms do not point backwards" "$(
     git grep -nE '#include "(comhandler/MarloComHandler|daemon/(Marlo|DFU)|fwupdater|rma)' -- \
         comhandler/client_wakelock.* glink wire platform
