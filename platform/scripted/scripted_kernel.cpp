@@ -167,8 +167,9 @@ int Platform::file_size_and_mode(int fd, int64_t* size, unsigned int* mode) {
         errno = EBADF;
         return -1;
     }
-    *size = static_cast<int64_t>(found->second.file->contents.size());
-    *mode = found->second.file->mode;
+    const File& file = *found->second.file;
+    *size = file.reported_size.value_or(static_cast<int64_t>(file.contents.size()));
+    *mode = file.mode;
     return 0;
 }
 

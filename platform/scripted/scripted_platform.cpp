@@ -87,6 +87,11 @@ void Platform::file_mode(const std::string& path, unsigned int mode) {
     made(path).mode = mode;
 }
 
+void Platform::file_size(const std::string& path, int64_t size) {
+    const std::lock_guard lock(mutex_);
+    made(path).reported_size = size;
+}
+
 void Platform::fail_opens(const std::string& path, const std::vector<int>& errors) {
     const std::lock_guard lock(mutex_);
     auto& queue = nodes_[path].open_errors;

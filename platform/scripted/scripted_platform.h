@@ -62,6 +62,8 @@ class Platform {
     // The kind of file that fstat reports (S_IFREG unless set). Opening a FIFO without O_NONBLOCK,
     // which would wait for a writer for ever, ends the test.
     void file_mode(const std::string& path, unsigned int mode);
+    // The size that fstat reports, whatever the file holds.
+    void file_size(const std::string& path, int64_t size);
 
     // The next opens of `path` fail with these errors, one each.
     void fail_opens(const std::string& path, const std::vector<int>& errors);
@@ -157,6 +159,7 @@ class Platform {
     struct File {
         Bytes contents;
         unsigned int mode = 0100644;
+        std::optional<int64_t> reported_size = {};
         int id = 0;
     };
     // A path: what is there, and what is scripted for it.

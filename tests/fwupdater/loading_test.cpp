@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <map>
 
 #include "fwupdater/image_file.h"
 #include "tests/allocation_limit.h"
@@ -77,6 +78,39 @@ TEST_F(Loading, IncompleteDocuments) {
         EXPECT_TRUE(updater_.checkForFlashbin()) << without_table;
         updater_.truncateFwResources();
     }
+}
+
+TEST_F(Loading, AnImageForWhichThereIsNoMemoryIsEmpty) {
+    constexpr int64_t kGibibyte = int64_t{1} << 30;
+    const std::map<std::string, int64_t> sizes = {
+        {"./flash.bin", kGibibyte}, {"large.bin", kGibibyte}, {"larger.bin", INT64_MAX}};
+    table(partition("<img_id>7</img_id><Image_Path>large.bin</Image_Path>") +
+          partition("<img_id>8</img_id><Image_Path>larger.bin</Image_Path>") +
+          partition("<img_id>9</img_id><Image_Path>small.bin</Image_Path>"));
+    image("small.bin", "small");
+    for (const auto& [name, size] : sizes) {
+        scripted::platform().file_size(kImages + name, size);
+    }
+    {
+        const AllocationLimit limit(kGibibyte - 1);
+        start();
+    }
+    for (const auto& [name, size] : sizes) {
+        EXPECT_EQ(
+            logged("no memory for the " + std::to_string(size) + " bytes of " + kImages + name),
+            1U);
+    }
+    updater_.marloFirmwareUpdateReq();
+    expect({"error AON Flash bin file is empty or not present"});
+    std::string told;
+    for (const uint32_t id : {7U, 8U, 9U}) {
+        updater_.sendmarloImageInfoRes(id);
+        told += recording_.take().front() + "\n";
+    }
+    EXPECT_EQ(told, "send 4: 7 0 0\nsend 4: 8 0 0\nsend 4: 9 5 0\n");
+    updater_.sendmarloImageOffsetRes(7, 0, 4);
+    EXPECT_EQ(recording_.take().back(), "send 6: 7 0 4");
+    EXPECT_EQ(scripted::platform().open_descriptors(), 0);
 }
 
 TEST_F(Loading, WhatIsNoReadableRegularFileIsEmpty) {
