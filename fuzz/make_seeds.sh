@@ -176,8 +176,8 @@ disconnect="$request 5 0 1 1 0 1 0 0"
     seed rma fifo-in-its-place "$(zeros 8)$(text "ab")" \
         $occupy 0 0 0 0 $(connect 0 0 9) $(read_block 0 0 4) $(write 0 0 2 2)
     seed rma reads-that-fail "$(zeros 8)$(text "abcd")" \
-        $(connect 0 0 9) $(write 0 0 4 4) $fail_read 0 0 0 0 $(read_block 0 0 9) \
-        $(read_block 0 4 9)
+        $(connect 0 0 9) $(write 0 0 4 4) $fail_read 1 0 0 0 0 $(read_block 0 0 9) \
+        $fail_read 0 0 0 0 $(read_block 0 0 9) $(read_block 0 4 9)
     seed rma no-transport "$(zeros 8)$(text "ab")" \
         $(connect 0 0 9) $reconnect 1 $(write 0 0 2 2) $reconnect 0 $(read_block 0 0 9)
 }

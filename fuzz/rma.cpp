@@ -345,8 +345,9 @@ class Service {
         platform().script_write(any_path(), step);
     }
 
+    // Fails, or brings nothing of what is there.
     void fail_read() {
-        const int error = input_.pick(kErrors);
+        const int error = input_.flip() ? input_.pick(kErrors) : 0;
         platform().script_read(small_path(), scripted::failure(error));
     }
 
