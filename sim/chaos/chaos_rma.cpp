@@ -33,6 +33,11 @@ ChaosRma::ChaosRma(ChaosContext& context, bool huge_partitions)
     for (const uint32_t size : kSizes) partitions_.push_back({id++, kSecondId, size, 0});
 }
 
+void ChaosRma::new_host() {
+    AskingChannel::new_host();
+    host_.begin_anew();
+}
+
 void ChaosRma::message_read(std::span<const uint8_t> message) {
     if (auto answer = host_.answer_to(message)) owe(OwedPacket{{std::move(*answer)}});
 }

@@ -17,6 +17,7 @@ class ChaosRma : public AskingChannel {
     // for without any being made.
     ChaosRma(ChaosContext& context, bool huge_partitions);
 
+    void new_host() override;
     const BackingFiles& files() const { return host_.files(); }
 
   private:

@@ -26,7 +26,7 @@ constexpr Weight kWeights[] = {
     {Kind::kFalseEvent, 3, 2},    {Kind::kOddEvents, 4, 4}, {Kind::kProperty, 4, 3},
     {Kind::kEmptyReads, 4, 4},    {Kind::kOddPolls, 4, 4},  {Kind::kFailingReads, 4, 4},
     {Kind::kFailingWrites, 4, 4}, {Kind::kControls, 3, 3},  {Kind::kControlOpens, 2, 2},
-    {Kind::kNewDaemon, 0, 5},
+    {Kind::kNewDaemon, 4, 5},
 };
 
 constexpr uint32_t kLasting = 130;  // reads or polls: after a hundred the host makes them seldom

@@ -13,6 +13,8 @@ namespace sim {
 
 class RmaHost {
   public:
+    // Another one begins, with the same files.
+    void begin_anew() { memory_id_ = second_id_ = client_word_ = 0; }
     // `message`: as the host's transport delivers it. None: it is not answered.
     std::optional<Bytes> answer_to(std::span<const uint8_t> message);
 

@@ -70,7 +70,7 @@ void take_turn(ChaosDevice& device, HostReader& reader, RmaHost& host, bool answ
 }
 
 // What a host reads that takes a turn in each `step`, and gives an episode up when it has read
-// nothing for some turns.
+// nothing for some turns. Another one takes its place then.
 std::vector<Bytes> asked(uint64_t seed, Time step, uint32_t episodes,
                          bool answers_wrongly = false) {
     constexpr int kTurnsInVain = 1000;
@@ -92,6 +92,12 @@ std::vector<Bytes> asked(uint64_t seed, Time step, uint32_t episodes,
             in_vain = packets.size() == before ? in_vain + 1 : 0;
         }
         course.end();
+        if (in_vain < kTurnsInVain) continue;
+        device.close_channel(Channel::kRma);
+        device.new_host();
+        device.write_wake_lock(kWakelock);
+        host.begin_anew();
+        reader.forget();
     }
     EXPECT_EQ(device.failure().empty(), !answers_wrongly) << device.failure();
     return packets;
