@@ -27,14 +27,17 @@ constexpr uint32_t kFlashImageId = 1;
 constexpr uint32_t kPartition1ImageId = 2;
 
 // None if there is no regular file of that name: the host then serves nothing either.
-std::optional<std::string> read_file(const fs::path& file, uint64_t limit) {
+// `already`: bytes that other files have taken of the limit.
+std::optional<std::string> read_file(const fs::path& file, uint64_t limit, uint64_t already = 0) {
     std::error_code error;
     if (!fs::is_regular_file(file, error)) return {};
     const uint64_t size = fs::file_size(file, error);
     if (error) throw FirmwareError(file.string() + ": " + error.message());
-    if (size > limit) {
-        throw FirmwareError(file.string() + ": " + std::to_string(size) + " bytes, more than " +
-                            std::to_string(limit));
+    if (size > limit - already) {
+        const std::string others =
+            already == 0 ? "" : " and " + std::to_string(already) + " of the images before it";
+        throw FirmwareError(file.string() + ": " + std::to_string(size) + " bytes" + others +
+                            ", more than " + std::to_string(limit));
     }
     std::ifstream stream(file, std::ios::binary);
     std::string bytes(static_cast<size_t>(size), '\0');
@@ -96,7 +99,7 @@ class Loader {
         }
         // Appended as text: a path with a slash in front stays inside the directory.
         const fs::path file = directory_.string() + "/" + partition.image_path;
-        const auto bytes = read_file(file, kMaxImageBytes - total_);
+        const auto bytes = read_file(file, kMaxImageBytes, total_);
         if (!bytes) {
             bundle.notes.push_back(describe(partition) + "is not there, or no file: left out");
             return;
@@ -120,7 +123,7 @@ class Loader {
                                    std::to_string(id) + " belongs to a partition");
             return;
         }
-        const auto bytes = read_file(directory_ / name, kMaxImageBytes - total_);
+        const auto bytes = read_file(directory_ / name, kMaxImageBytes, total_);
         if (!bytes) bundle.notes.push_back(std::string(name) + " is not there: served as empty");
         bundle.images.push_back({id, name, image_bytes(bytes.value_or("")), false, 0});
     }
@@ -153,8 +156,9 @@ void check_flash_image(const std::vector<Image>& images, const fs::path& directo
     for (const Image& image : images) {
         if (image.id == kFlashImageId && !image.data.empty()) return;
     }
-    throw FirmwareError(directory.string() +
-                        ": flash.bin (image 1) is missing or empty: the daemon starts no update");
+    throw FirmwareError(
+        directory.string() +
+        ": flash.bin (image 1) is missing, empty or no file: the daemon starts no update");
 }
 
 }  // namespace

@@ -44,8 +44,15 @@ void declare_common(CLI::App& app, Options& options) {
     app.add_flag("--quiet", options.quiet, "Print the last line only");
 }
 
+// CLI11 takes -1 for the largest unsigned number.
+std::string no_whole_number(const std::string& text) {
+    const bool is_one = text.find_first_not_of("0123456789") == text.npos;
+    return is_one ? "" : "\"" + text + "\" is no whole number from 0 on";
+}
+
 void declare_seed(CLI::App& app, Options& options) {
     app.add_option("--seed", options.seed, "What happens: the same for the same number (1)")
+        ->check(CLI::Validator(no_whole_number, ""))
         ->option_text("NUMBER");
 }
 
@@ -136,8 +143,14 @@ ParsedOptions parse_options(int count, char** arguments) {
     declare_trials(app, options);
     app.add_flag("--no-daemon", no_daemon,
                  "Print the line that starts the daemon, and wait for it");
+    app.require_subcommand(0, 1);
     try {
         app.parse(count, arguments);
+        if (!app.get_subcommands().empty() && app.count("SCENARIO") != 0) {
+            throw CLI::ValidationError(
+                options.scenario + " " + app.get_subcommands()[0]->get_name(),
+                "a scenario or a trial, not both");
+        }
         options.start_daemon = !no_daemon;
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) std::cerr << "marlo-sim: ";

@@ -46,7 +46,8 @@ ShippedVersions read_versions(const std::string& text, const std::string& file) 
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         if (line.size() > kMaxLine) {
-            throw FirmwareError(file + ": a line of " + std::to_string(line.size()) + " bytes");
+            throw FirmwareError(file + ": a line of " + std::to_string(line.size()) +
+                                " bytes, more than " + std::to_string(kMaxLine));
         }
         const std::optional<std::string> value = value_in(line);
         if (!value) continue;

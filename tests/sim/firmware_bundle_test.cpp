@@ -114,10 +114,10 @@ TEST(FirmwareBundle, RefusesBrokenDirectoriesInWords) {
     }
     FirmwareDirectory directory;
     directory.write("flash.bin", "");
-    EXPECT_THAT(error_of(directory), HasSubstr("flash.bin (image 1) is missing or empty"));
+    EXPECT_THAT(error_of(directory), HasSubstr("flash.bin (image 1) is missing, empty or no file"));
     std::filesystem::remove(directory.path() / "flash.bin");
     ASSERT_EQ(mkfifo((directory.path() / "flash.bin").c_str(), 0600), 0);
-    EXPECT_THAT(error_of(directory), HasSubstr("flash.bin (image 1) is missing or empty"));
+    EXPECT_THAT(error_of(directory), HasSubstr("flash.bin (image 1) is missing, empty or no file"));
 }
 
 TEST(FirmwareBundle, FallbackVersionFileOnlyWithoutTheFirst) {
