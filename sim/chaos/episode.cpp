@@ -126,7 +126,10 @@ Episode channel_trouble(Kind kind, Dice& dice) {
             episode.words = "polls that tell of an error";
     }
     const bool may_last = kind == Kind::kEmptyReads || kind == Kind::kOddPolls;
-    if (may_last && dice.one_in(2)) episode.count = kLasting;
+    if (may_last && dice.one_in(2)) {
+        episode.count = kLasting;
+        episode.requests = dice.between(5, 20);
+    }
     return episode;
 }
 
