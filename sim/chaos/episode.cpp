@@ -126,9 +126,10 @@ Episode channel_trouble(Kind kind, Dice& dice) {
             episode.words = "polls that tell of an error";
     }
     const bool may_last = kind == Kind::kEmptyReads || kind == Kind::kOddPolls;
-    if (may_last && dice.one_in(2)) {
-        episode.count = kLasting;
-        episode.requests = dice.between(5, 20);
+    if (may_last) {
+        if (dice.one_in(2)) episode.count = kLasting;
+        episode.requests = dice.between(5, 20);  // few: most of the time there is nothing to read
+        episode.words = std::to_string(episode.count) + " " + episode.words;
     }
     return episode;
 }
