@@ -9,21 +9,18 @@
 #include <cerrno>
 #include <cstring>
 
+#include "sim/channel_names.h"
+
 namespace sweep {
 namespace {
-
-constexpr std::pair<const char*, sim::Channel> kChannels[] = {
-    {"/dev/glink_pkt_marlo_dfu", sim::Channel::kDfu},
-    {"/dev/glink_pkt_marlo_custom_data", sim::Channel::kMiscData},
-    {"/dev/glink_pkt_marlo_rma", sim::Channel::kRma}};
 
 constexpr const char* kStateFile = "/sys/class/remoteproc//remoteproc2/state";
 constexpr const char* kUeventsPath = "uevents";
 constexpr size_t kLongestDownloadMessage = 44;
 
 sim::Channel channel_of(const std::string& path) {
-    for (const auto& [name, channel] : kChannels) {
-        if (path == name) return channel;
+    for (const sim::ChannelName& name : sim::kChannelNames) {
+        if (path == name.path) return name.channel;
     }
     return sim::Channel::kDfu;
 }
@@ -46,8 +43,9 @@ NodeKind kind_of(const std::string& path) {
     if (path == "/sys/power/wake_unlock") return NodeKind::kWakeUnlock;
     if (path == kUeventsPath) return NodeKind::kUevents;
     if (path.starts_with("pipe ")) return NodeKind::kPipe;
-    const bool is_channel = std::any_of(std::begin(kChannels), std::end(kChannels),
-                                        [&path](const auto& entry) { return path == entry.first; });
+    const bool is_channel =
+        std::any_of(std::begin(sim::kChannelNames), std::end(sim::kChannelNames),
+                    [&path](const sim::ChannelName& name) { return path == name.path; });
     return is_channel ? NodeKind::kChannel : NodeKind::kFile;
 }
 
@@ -147,7 +145,7 @@ int64_t Device::read_channel(const Descriptor& descriptor, std::span<uint8_t> in
 
 // A download message that is too long, or may become so with what comes next, ends the daemon.
 void Device::note_length(const std::string& path, const Bytes& packet, size_t read) {
-    const size_t at = shape_of(path).length_at.value_or(packet.size());
+    const size_t at = shape_of(channel_of(path)).length_at.value_or(packet.size());
     if (channel_of(path) != sim::Channel::kDfu || at + 4 > packet.size()) return;
     uint32_t length = 0;
     for (size_t i = 0; i < 4; ++i) length |= uint32_t{packet[at + i]} << (8 * i);
@@ -166,7 +164,7 @@ void Device::fetch_packets(const std::string& path) {
             if (kind != Disturbance::kNone) disturb_next_packet(kind, value);
         }
         for (Bytes& piece :
-             disturbed(path, disturbance_, disturbance_value_, packet, stream.last)) {
+             disturbed(channel, disturbance_, disturbance_value_, packet, stream.last)) {
             stream.packets.push_back(std::move(piece));
         }
         disturbance_ = Disturbance::kNone;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 
+#include "sim/channel_names.h"
 #include "sim/remote_processors.h"
 #include "sweep/device.h"
 
@@ -124,11 +125,11 @@ void Device::hang_up(std::optional<int64_t> back_after_ns) {
     ++progress_;
     coprocessor_->hang_up_channels();
     const int64_t back = back_after_ns ? now_ + *back_after_ns : INT64_MAX;
-    for (const char* path : {"/dev/glink_pkt_marlo_dfu", "/dev/glink_pkt_marlo_custom_data",
-                             "/dev/glink_pkt_marlo_rma"}) {
-        streams_[path].packets.clear();
-        streams_[path].position = 0;
-        streams_[path].closed_until = back;
+    for (const sim::ChannelName& name : sim::kChannelNames) {
+        Stream& stream = streams_[name.path];
+        stream.packets.clear();
+        stream.position = 0;
+        stream.closed_until = back;
     }
 }
 

@@ -16,15 +16,15 @@ Packet with_word(Packet packet, std::optional<size_t> at, uint32_t word) {
 
 }  // namespace
 
-MessageShape shape_of(const std::string& channel_path) {
-    if (channel_path == "/dev/glink_pkt_marlo_dfu") return {8, 4, 12, 0};
-    if (channel_path == "/dev/glink_pkt_marlo_rma") return {4, {}, 0, 8};
+MessageShape shape_of(sim::Channel channel) {
+    if (channel == sim::Channel::kDfu) return {8, 4, 12, 0};
+    if (channel == sim::Channel::kRma) return {4, {}, 0, 8};
     return {};
 }
 
-std::vector<Packet> disturbed(const std::string& channel_path, Disturbance kind, uint32_t value,
+std::vector<Packet> disturbed(sim::Channel channel, Disturbance kind, uint32_t value,
                               const Packet& packet, const Packet& before) {
-    const MessageShape shape = shape_of(channel_path);
+    const MessageShape shape = shape_of(channel);
     switch (kind) {
         case Disturbance::kNone:
             return {packet};

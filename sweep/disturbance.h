@@ -4,8 +4,9 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <vector>
+
+#include "sim/device.h"
 
 namespace sweep {
 
@@ -28,12 +29,12 @@ struct MessageShape {
     std::optional<size_t> crc_at;
     std::optional<size_t> command_at;
 };
-MessageShape shape_of(const std::string& channel_path);
+MessageShape shape_of(sim::Channel channel);
 
 // The packets that come instead of `packet`; `before` came last. A field that the packet is too
 // short for stays as it is.
-std::vector<std::vector<uint8_t>> disturbed(const std::string& channel_path, Disturbance kind,
-                                            uint32_t value, const std::vector<uint8_t>& packet,
+std::vector<std::vector<uint8_t>> disturbed(sim::Channel channel, Disturbance kind, uint32_t value,
+                                            const std::vector<uint8_t>& packet,
                                             const std::vector<uint8_t>& before);
 
 }  // namespace sweep
