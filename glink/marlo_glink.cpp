@@ -153,7 +153,7 @@ void marlo_glink::close_pipe_end(int& end) {
 
 void marlo_glink::stop_reader_thread() {
     _stop_reader = true;
-    if (_wakeup_pipe[1] != -1 && os::write(_wakeup_pipe[1], &kCloseByte, 1) < 0) {
+    if (_wakeup_pipe[1] != -1 && os::write(_wakeup_pipe[1], &kCloseByte, 1) != 1) {
         MARLO_LOG_FOR("glink_disconnect", error,
                       "GLINK write err on wakup pipe rrrno = %d no way to join readthread", errno);
         // The reader takes the end of the pipe for the byte.

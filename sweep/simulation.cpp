@@ -260,7 +260,7 @@ State Simulation::state() {
         {"wakelock", status.wakelock_held ? "held" : "released"},
         {"threads", std::to_string(scheduler_.living_threads())},
         {"descriptors", std::to_string(device_.open_descriptors())}};
-    for (const char* name : {"vendor.marlo.boot_complete", "persist.vendor.zt_aon.dfu_update",
+    for (const char* name : {kUpdateProperty, "vendor.marlo.boot_complete",
                              "vendor.zt_aon.misc_update", "vendor.marlo_reset"}) {
         state[name] = device_.property(name);
     }
@@ -272,9 +272,8 @@ State Simulation::state() {
 void Simulation::check_claims() {
     const sim::Coprocessor& model = device_.coprocessor();
     const auto& before = setup_.device->scenario->start.properties;
-    constexpr const char* kUpdated = "persist.vendor.zt_aon.dfu_update";
     std::string why;
-    if (before.count(kUpdated) == 0 && device_.property(kUpdated) == "1" &&
+    if (before.count(kUpdateProperty) == 0 && device_.property(kUpdateProperty) == "1" &&
         !model.flash_matches(&why)) {
         life_.lies.push_back(kUntrueUpdate + why);
     }

@@ -38,6 +38,8 @@ struct Usage {
     uint64_t descriptors;  // of the simulated device
 };
 
+inline constexpr const char* kUpdateProperty = "persist.vendor.zt_aon.dfu_update";
+
 // How lies begin that may be excused.
 inline const std::string kUntrueUpdate = "the update counts as done: ";
 inline const std::string kNoFile = "a partition file is not there: ";

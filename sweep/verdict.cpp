@@ -147,7 +147,12 @@ Judgement Run::judge() {
     const std::string bad = inexcusable(life, course_.first.end);
     if (!bad.empty()) return miss(bad);
     if (!life.struck_at) return {Outcome::kIdle, "the fault found no occasion"};
-    if (allowance_.is_decisive) return judge_later(life);
+    if (allowance_.is_decisive) {
+        // One that counts as supported is updated, and stays so.
+        const bool is_updated = life.failures.empty() && life.late_failures.empty() &&
+                                life.states.front().at(kUpdateProperty) == "1";
+        return is_updated ? Judgement{Outcome::kRight, ""} : judge_later(life);
+    }
     if (life.end != course_.first.end) return judge_later(life);  // killed, or ended by the rule
     const bool has_told = has_reported(life, course_.first);
     const bool is_spoiled = spoils_the_wire(plan_);
