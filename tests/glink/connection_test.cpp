@@ -100,6 +100,13 @@ TEST_F(Connection, ReaderEndsWhenTheWakeUpCannotBeWritten) {
     transport_->disconnect_interface();
     EXPECT_EQ(platform().count("GLINK write err on wakup pipe rrrno = 5"), 1u);
     EXPECT_EQ(platform().count("GLINK thread exit"), 1u);
+    EXPECT_EQ(connect(), 0);
+    scripted::Step takes_nothing;
+    takes_nothing.accepted = 0;
+    platform().script_write("pipe:2", takes_nothing);
+    transport_->disconnect_interface();
+    EXPECT_EQ(platform().count("no way to join readthread"), 2u);
+    EXPECT_EQ(platform().count("GLINK thread exit"), 2u);
 }
 
 }  // namespace

@@ -229,6 +229,11 @@ TEST_F(RmaTest, AReadHasItsSizeOrNothing) {
     platform().script_read("/data/vendor/aon/707", scripted::failure(EIO));
     EXPECT_EQ(read(0, 2), "257: 5 0 77 2 0");
     EXPECT_EQ(logged("707 cannot be read: Input/output error"), 1u);
+    // Where there is less than the file's size promises, zeros would pass for its contents.
+    platform().script_read("/data/vendor/aon/707", {Bytes{'0'}});
+    platform().script_read("/data/vendor/aon/707", {});
+    EXPECT_EQ(read(0, 2), "257: 5 0 77 2 0");
+    EXPECT_EQ(logged("707 cannot be read: Input/output error"), 2u);
     {
         const AllocationLimit limit(99999);
         EXPECT_EQ(read(0, 100000), "257: 5 0 77 100000 0");
