@@ -148,8 +148,9 @@ Judgement Run::judge() {
     if (!bad.empty()) return miss(bad);
     if (!life.struck_at) return {Outcome::kIdle, "the fault found no occasion"};
     if (allowance_.is_decisive) {
-        // One that counts as supported is updated, and stays so.
+        // One that is not supported, but counts as such, is updated and stays so.
         const bool is_updated = life.failures.empty() && life.late_failures.empty() &&
+                                course_.first.states.front().at(kUpdateProperty) != "1" &&
                                 life.states.front().at(kUpdateProperty) == "1";
         return is_updated ? Judgement{Outcome::kRight, ""} : judge_later(life);
     }
