@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "bench/rounds.h"
+
+#include <algorithm>
+
+namespace bench {
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    const size_t middle = values.size() / 2;
+    return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+double median_of(const Effort& effort, const std::function<double()>& measure) {
+    measure();
+    std::vector<double> values;
+    for (int round = 0; round < effort.rounds; ++round) {
+        values.push_back(measure());
+    }
+    return median(std::move(values));
+}
+
+Pair pair_of(const Effort& effort, const std::function<double()>& ours,
+             const std::function<double()>& theirs) {
+    ours();
+    theirs();
+    std::vector<double> our_values;
+    std::vector<double> their_values;
+    std::vector<double> ratios;
+    for (int round = 0; round < effort.rounds; ++round) {
+        our_values.push_back(ours());
+        their_values.push_back(theirs());
+        ratios.push_back(our_values.back() / their_values.back());
+    }
+    return {median(std::move(our_values)), median(std::move(their_values)),
+            median(std::move(ratios))};
+}
+
+}  // namespace bench
