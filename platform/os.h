@@ -18,7 +18,8 @@
 //
 // Which implementation answers is decided when a program is linked: platform/linux for the
 // daemon, the scripted platform (platform/scripted) for tests and fuzz targets, a simulated
-// device (sweep/system_calls.cpp) for the sweep.
+// device (sweep/system_calls.cpp) for the sweep, platform/linux with an `open` of its own
+// (bench/channel_open.cpp) for the benchmarks.
 namespace os {
 
 // To be called once, by main, before anything logs: makes the log show every priority, and what the

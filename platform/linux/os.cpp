@@ -21,9 +21,6 @@ void initialize() {
     ::umask(S_IRWXG | S_IRWXO);
 }
 
-int open(const char* path, int flags, mode_t mode) {
-    return ::open(under_root(path).c_str(), flags, mode);
-}
 int close(int fd) {
     return ::close(fd);
 }
