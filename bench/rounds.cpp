@@ -20,20 +20,25 @@ double median_of(const Effort& effort, const std::function<double()>& measure) {
     return median(std::move(values));
 }
 
+Pair pair_from(const std::vector<double>& ours, const std::vector<double>& theirs) {
+    std::vector<double> ratios;
+    for (size_t round = 0; round < ours.size(); ++round) {
+        ratios.push_back(ours[round] / theirs[round]);
+    }
+    return {median(ours), median(theirs), median(std::move(ratios))};
+}
+
 Pair pair_of(const Effort& effort, const std::function<double()>& ours,
              const std::function<double()>& theirs) {
     ours();
     theirs();
     std::vector<double> our_values;
     std::vector<double> their_values;
-    std::vector<double> ratios;
     for (int round = 0; round < effort.rounds; ++round) {
         our_values.push_back(ours());
         their_values.push_back(theirs());
-        ratios.push_back(our_values.back() / their_values.back());
     }
-    return {median(std::move(our_values)), median(std::move(their_values)),
-            median(std::move(ratios))};
+    return pair_from(our_values, their_values);
 }
 
 }  // namespace bench

@@ -26,6 +26,9 @@ struct Pair {
     double ratio = 0;   // median of the rounds' ratios
 };
 
+// From as many values of both, those of one round at the same place.
+Pair pair_from(const std::vector<double>& ours, const std::vector<double>& theirs);
+
 // Both measured once per round, one after the other, after a round that does not count.
 Pair pair_of(const Effort& effort, const std::function<double()>& ours,
              const std::function<double()>& theirs);
