@@ -5,6 +5,7 @@
 
 #include <map>
 #include <mutex>
+#include <string_view>
 
 #include "platform/linux/root.h"
 #include "platform/os.h"
@@ -13,19 +14,22 @@ namespace {
 
 struct Offers {
     std::mutex mutex;
-    std::map<std::string, int> descriptors;
+    std::map<std::string, int, std::less<>> channels;
+    std::map<std::string, std::string> beginnings;
 };
 Offers& offers() {
     static Offers instance;
     return instance;
 }
 
-// -1: none.
-int offered(const char* path) {
-    Offers& all = offers();
-    const std::lock_guard lock(all.mutex);
-    const auto found = all.descriptors.find(path);
-    return found == all.descriptors.end() ? -1 : found->second;
+// The name by which `path` is known to the system.
+std::string real_name(const Offers& all, std::string_view path) {
+    for (const auto& [beginning, instead] : all.beginnings) {
+        if (path.starts_with(beginning)) {
+            return instead + std::string(path.substr(beginning.size()));
+        }
+    }
+    return os::under_root(path.data());
 }
 
 }  // namespace
@@ -35,7 +39,13 @@ namespace bench {
 void offer_channel(const std::string& device_path, int fd) {
     Offers& all = offers();
     const std::lock_guard lock(all.mutex);
-    all.descriptors[device_path] = fd;
+    all.channels[device_path] = fd;
+}
+
+void open_instead(const std::string& beginning, const std::string& instead) {
+    Offers& all = offers();
+    const std::lock_guard lock(all.mutex);
+    all.beginnings[beginning] = instead;
 }
 
 }  // namespace bench
@@ -43,11 +53,13 @@ void offer_channel(const std::string& device_path, int fd) {
 namespace os {
 
 int open(const char* path, int flags, mode_t mode) {
-    const int channel = offered(path);
-    if (channel >= 0) {
-        return ::fcntl(channel, F_DUPFD_CLOEXEC, 0);
+    Offers& all = offers();
+    const std::lock_guard lock(all.mutex);
+    const auto channel = all.channels.find(std::string_view(path));
+    if (channel != all.channels.end() && channel->second >= 0) {
+        return ::fcntl(channel->second, F_DUPFD_CLOEXEC, 0);
     }
-    return ::open(under_root(path).c_str(), flags, mode);
+    return ::open(real_name(all, path).c_str(), flags, mode);
 }
 
 }  // namespace os
