@@ -1,33 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "daemon/marlo_deamon_log.h"
 
-#ifndef MARLO_STDERR_LOGGING
-#define MARLO_STDERR_LOGGING 0
-#endif
+#include <cstdarg>
+
+#include "daemon/log_line.h"
 
 namespace marlo_deamon_log {
 namespace {
 
-log_level g_level = log_level::info;
-const char* g_tag = "MarloDaemon";
-constexpr bool kStderrLogging = MARLO_STDERR_LOGGING != 0;
+// Where __android_log_print cuts its lines.
+constexpr size_t kLongestLine = 1024;
 
 }  // namespace
 
-log_level get_level() {
-    return g_level;
-}
-void set_level(log_level level) {
-    g_level = level;
-}
-const char* get_tag() {
-    return g_tag;
-}
-void set_tag(const char* tag) {
-    g_tag = tag;
-}
-bool get_stderr_logging() {
-    return kStderrLogging;
+void emit(log_level statement_class, const char* format, ...) {
+    char line[kLongestLine];
+    va_list arguments;
+    va_start(arguments, format);
+    log_line::format(line, sizeof(line), format, arguments);
+    va_end(arguments);
+    __android_log_write(priority_of(statement_class), get_tag(), line);
 }
 
 }  // namespace marlo_deamon_log

@@ -6,6 +6,10 @@
 #include <cstdint>
 #include <cstdio>
 
+#ifndef MARLO_STDERR_LOGGING
+#define MARLO_STDERR_LOGGING 0
+#endif
+
 // The log statement of the library-like classes (transport, updater, RMA service, wakelock) and its
 // process-wide settings. main's thread writes the settings while it is the only thread; every
 // thread reads them without a lock.
@@ -24,16 +28,33 @@ enum class log_level : int32_t {
     verbose = 4,
 };
 
-log_level get_level();
-void set_level(log_level level);
+// In the header, so that a statement below the level costs a comparison and no call.
+struct Settings {
+    log_level level = log_level::info;
+    const char* tag = "MarloDaemon";
+};
+inline Settings settings;
+
+inline log_level get_level() {
+    return settings.level;
+}
+inline void set_level(log_level level) {
+    settings.level = level;
+}
 
 // The tag of every statement. The pointer is stored as it is: the caller keeps the text alive.
-const char* get_tag();
-void set_tag(const char* tag);
+inline const char* get_tag() {
+    return settings.tag;
+}
+inline void set_tag(const char* tag) {
+    settings.tag = tag;
+}
 
 // Whether each emitted statement is copied to standard error. Off, unless the build turns it on
 // (CMake: MARLO_STDERR_LOGGING).
-bool get_stderr_logging();
+constexpr bool get_stderr_logging() {
+    return MARLO_STDERR_LOGGING != 0;
+}
 
 constexpr android_LogPriority priority_of(log_level statement_class) {
     switch (statement_class) {
@@ -51,6 +72,9 @@ constexpr android_LogPriority priority_of(log_level statement_class) {
     return ANDROID_LOG_SILENT;
 }
 
+// Passes a statement that the level admits to the Android log: a printf format and its arguments.
+[[gnu::format(printf, 2, 3)]] void emit(log_level statement_class, const char* format, ...);
+
 }  // namespace marlo_deamon_log
 
 // MARLO_LOG(error, "open failed with %d", errno): a printf format behind the function's name and
@@ -61,16 +85,14 @@ constexpr android_LogPriority priority_of(log_level statement_class) {
 
 // The same in the name of `function`: for a step of an operation that has a function of its own
 // but logs as the operation that it is part of.
-#define MARLO_LOG_FOR(function, statement_class, format, ...)                                \
-    do {                                                                                     \
-        if (marlo_deamon_log::get_level() >= marlo_deamon_log::log_level::statement_class) { \
-            __android_log_print(                                                             \
-                marlo_deamon_log::priority_of(marlo_deamon_log::log_level::statement_class), \
-                marlo_deamon_log::get_tag(), "%s:%d, " format, function,                     \
-                __LINE__ __VA_OPT__(, ) __VA_ARGS__);                                        \
-            if (marlo_deamon_log::get_stderr_logging()) {                                    \
-                fprintf(stderr, "%s:%d, " format "\n", function,                             \
-                        __LINE__ __VA_OPT__(, ) __VA_ARGS__);                                \
-            }                                                                                \
-        }                                                                                    \
+#define MARLO_LOG_FOR(function, statement_class, format, ...)                                      \
+    do {                                                                                           \
+        if (marlo_deamon_log::get_level() >= marlo_deamon_log::log_level::statement_class) {       \
+            marlo_deamon_log::emit(marlo_deamon_log::log_level::statement_class, "%s:%d, " format, \
+                                   function, __LINE__ __VA_OPT__(, ) __VA_ARGS__);                 \
+            if (marlo_deamon_log::get_stderr_logging()) {                                          \
+                fprintf(stderr, "%s:%d, " format "\n", function,                                   \
+                        __LINE__ __VA_OPT__(, ) __VA_ARGS__);                                      \
+            }                                                                                      \
+        }                                                                                          \
     } while (false)
