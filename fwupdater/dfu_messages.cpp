@@ -133,15 +133,13 @@ Payload fragment_payload(const ThreeWords& fields, std::span<const uint8_t> imag
 
 uint32_t build_message(std::vector<uint8_t>& message, uint32_t command_id, const Payload& payload) {
     const size_t size = kHeaderSize + payload.fields.size() + payload.image_bytes.size();
+    std::array<uint8_t, kHeaderSize> header{};
+    wire::put_word_at(header, 0, command_id);
+    wire::put_word_at(header, 4, DFU_MAGIC);
+    wire::put_word_at(header, 8, kHeaderSize + payload.length);
     message.clear();
     message.reserve(size + payload.zero_fill);
-    wire::Writer(message)
-        .u32(command_id)
-        .u32(DFU_MAGIC)
-        .u32(kHeaderSize + payload.length)
-        .u32(0)
-        .bytes(payload.fields)
-        .bytes(payload.image_bytes);
+    wire::Writer(message).bytes(header).bytes(payload.fields).bytes(payload.image_bytes);
     message.resize(size + payload.zero_fill);
     const uint32_t crc = wire::crc32(message);
     wire::put_word_at(message, kCrcOffset, crc);

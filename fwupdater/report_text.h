@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <charconv>
 #include <concepts>
 #include <string>
 #include <string_view>
@@ -8,20 +9,27 @@
 // The text of a report, joined from texts and decimal numbers.
 namespace report_text {
 
+// Nearly every report is shorter, and so takes one allocation.
+inline constexpr size_t kUsualLength = 63;
+
 inline void append(std::string& text, std::string_view piece) {
     text += piece;
 }
 
-// Whole numbers in decimal, real ones with six fractional digits.
-template <typename Number>
-requires std::integral<Number> || std::floating_point<Number>
-void append(std::string& text, Number number) {
+inline void append(std::string& text, std::integral auto number) {
+    char digits[20];  // of the longest 64-bit number, its sign included
+    text.append(digits, std::to_chars(digits, digits + sizeof(digits), number).ptr);
+}
+
+// With six fractional digits.
+inline void append(std::string& text, std::floating_point auto number) {
     text += std::to_string(number);
 }
 
 template <typename... Pieces>
 std::string join(const Pieces&... pieces) {
     std::string text;
+    text.reserve(kUsualLength);
     (append(text, pieces), ...);
     return text;
 }

@@ -2,27 +2,26 @@
 #include "fwupdater/resource_list.h"
 
 #include <algorithm>
-#include <utility>
 
-void ResourceList::append(Resource resource) {
+void ResourceList::append(const Resource& resource) {
     const std::lock_guard lock(lock_);
-    resources_.push_back(std::move(resource));
+    resources_.push_back(resource);
+    first_with_id_.try_emplace(static_cast<uint32_t>(resource->img_id), resource);
 }
 
 // Images are freed outside the lock: that may take a while.
 void ResourceList::clear() {
     std::vector<Resource> dropped;
+    std::unordered_map<uint32_t, Resource> dropped_index;
     const std::lock_guard lock(lock_);
     dropped.swap(resources_);
+    dropped_index.swap(first_with_id_);
 }
 
 ResourceList::Resource ResourceList::find(uint32_t image_id) const {
     const std::lock_guard lock(lock_);
-    const auto found =
-        std::find_if(resources_.begin(), resources_.end(), [image_id](const Resource& resource) {
-            return static_cast<uint32_t>(resource->img_id) == image_id;
-        });
-    return found == resources_.end() ? nullptr : *found;
+    const auto found = first_with_id_.find(image_id);
+    return found == first_with_id_.end() ? nullptr : found->second;
 }
 
 ResourceList::Resource ResourceList::take_next_to_erase() {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 #include <vector>
 
 #include "fwupdater/marlo_fw_resource.h"
@@ -16,10 +17,11 @@ class ResourceList {
   public:
     using Resource = std::shared_ptr<marlo_fw_resource>;
 
-    void append(Resource resource);
+    void append(const Resource& resource);
     void clear();
 
-    // The first record with this id; null when there is none.
+    // The first record with this id; null when there is none. Takes the same time however many
+    // there are: it is looked up once per fragment.
     Resource find(uint32_t image_id) const;
 
     // The first erasable record of some size that was not handed out before, marked as erased
@@ -30,4 +32,5 @@ class ResourceList {
   private:
     mutable std::mutex lock_;
     std::vector<Resource> resources_;
+    std::unordered_map<uint32_t, Resource> first_with_id_;
 };

@@ -21,6 +21,9 @@ constexpr useconds_t kFruitlessPauseUs = 10'000;
 constexpr useconds_t kHopelessPauseUs = 50'000;
 constexpr int kHopelessPasses = 100;
 
+// The buffer of a longer packet is not kept for the next one.
+constexpr size_t kKeptPacketBytes = 64 * 1024;
+
 // How often a reader without a wake-up pipe looks for the request to stop.
 constexpr int kPipelessPollMs = 1'000;
 
@@ -84,7 +87,11 @@ marlo_glink::reader_pass marlo_glink::poll_and_read() {
         return take_wake_up();
     }
     if ((entries[1].revents & POLLIN) != 0) {
-        return take_packet(fd);
+        const reader_pass pass = take_packet(fd);
+        if (_packet.capacity() > kKeptPacketBytes) {
+            _packet = {};
+        }
+        return pass;
     }
     if ((entries[1].revents & POLLHUP) != 0) {
         MARLO_LOG_FOR(kReaderName, error,
@@ -110,12 +117,12 @@ marlo_glink::reader_pass marlo_glink::take_wake_up() {
 
 marlo_glink::reader_pass marlo_glink::take_packet(int fd) {
     MARLO_LOG_FOR(kReaderName, debug, "GLINK_int received POLLIN event");
-    std::vector<uint8_t> buffer(_read_size, 0);
-    const int result = glink_read(fd, buffer, _read_size);
+    _packet.assign(_read_size, 0);
+    const int result = glink_read(fd, _packet, _read_size);
     if (result > 0) {
         MARLO_LOG_FOR(kReaderName, debug, "GLINK_int waiting for _s_glink_read_mutex");
         MARLO_LOG_FOR(kReaderName, debug, "calling glink response handler: ");
-        glink_response_handler(std::move(buffer));
+        glink_response_handler(_packet);
         return reader_pass::delivered;
     }
     MARLO_LOG_FOR(kReaderName, error,
@@ -186,7 +193,7 @@ void marlo_glink::trigger_error_cb(const char* function, glink_interface_error e
     t_reporting = outer;
 }
 
-void marlo_glink::glink_response_handler(std::vector<uint8_t> packet) {
+void marlo_glink::glink_response_handler(const std::vector<uint8_t>& packet) {
     MARLO_LOG(debug, "GLINK_int conn = 0x%llx received indication", id());
     if (_closing) {
         MARLO_LOG(debug,

@@ -9,8 +9,13 @@
 namespace {
 
 std::atomic<size_t> g_limit{SIZE_MAX};
+thread_local size_t t_allocations = 0;
 
 }  // namespace
+
+size_t allocations_of_this_thread() {
+    return t_allocations;
+}
 
 AllocationLimit::AllocationLimit(size_t bytes) {
     g_limit = bytes;
@@ -28,6 +33,7 @@ extern "C" void* __wrap_calloc(size_t count, size_t size) {
 }
 
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    ++t_allocations;
     return size > g_limit ? nullptr : std::malloc(size == 0 ? 1 : size);
 }
 

@@ -3,6 +3,9 @@
 
 #include <cstddef>
 
+// How many allocations the calling thread has made so far, in the test program that links it.
+size_t allocations_of_this_thread();
+
 // Lets every allocation above a size fail while it lives, in the test program that links it.
 class AllocationLimit {
   public:

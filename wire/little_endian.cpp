@@ -2,36 +2,9 @@
 #include "wire/little_endian.h"
 
 namespace wire {
-namespace {
-
-bool fits(size_t size, size_t offset, size_t width) {
-    return offset <= size && width <= size - offset;
-}
-
-}  // namespace
-
-uint32_t word_at(std::span<const uint8_t> bytes, size_t offset) {
-    uint32_t value = 0;
-    for (size_t index = 0; index < 4; ++index) {
-        if (fits(bytes.size(), offset, index + 1)) {
-            value |= static_cast<uint32_t>(bytes[offset + index]) << (8 * index);
-        }
-    }
-    return value;
-}
-
-bool put_word_at(std::span<uint8_t> bytes, size_t offset, uint32_t value) {
-    if (!fits(bytes.size(), offset, 4)) {
-        return false;
-    }
-    for (size_t index = 0; index < 4; ++index) {
-        bytes[offset + index] = static_cast<uint8_t>(value >> (8 * index));
-    }
-    return true;
-}
 
 void Reader::skip(size_t count) {
-    if (failed_ || !fits(bytes_.size(), position_, count)) {
+    if (failed_ || count > bytes_.size() - position_) {
         failed_ = true;
         return;
     }

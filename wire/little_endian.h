@@ -11,10 +11,25 @@
 namespace wire {
 
 // The 32-bit word at `offset` of `bytes`. Bytes beyond the end read as 0.
-uint32_t word_at(std::span<const uint8_t> bytes, size_t offset);
+inline uint32_t word_at(std::span<const uint8_t> bytes, size_t offset) {
+    const size_t left = offset < bytes.size() ? bytes.size() - offset : 0;
+    uint32_t value = 0;
+    for (size_t index = 0; index < 4 && index < left; ++index) {
+        value |= static_cast<uint32_t>(bytes[offset + index]) << (8 * index);
+    }
+    return value;
+}
 
 // Stores `value` at `offset`. False, and nothing stored, where the word would not fit.
-bool put_word_at(std::span<uint8_t> bytes, size_t offset, uint32_t value);
+inline bool put_word_at(std::span<uint8_t> bytes, size_t offset, uint32_t value) {
+    if (offset > bytes.size() || bytes.size() - offset < 4) {
+        return false;
+    }
+    for (size_t index = 0; index < 4; ++index) {
+        bytes[offset + index] = static_cast<uint8_t>(value >> (8 * index));
+    }
+    return true;
+}
 
 // A cursor that reads integers one after the other. Once it has overrun the buffer it stays
 // failed and yields 0, so that a whole record can be read before one check of failed().

@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 
+#include "daemon/marlo_deamon_log.h"
 #include "platform/os.h"
 #include "tests/allocation_limit.h"
 #include "tests/fwupdater/recording.h"
@@ -22,6 +23,21 @@ class Session : public UpdaterTest {
         image("./flash.bin", "flash");
         start();
     }
+};
+
+// Both take everything and keep nothing.
+class SilentTransport : public glink_interface {
+  public:
+    int register_cb(glink_data_callback, glink_error_callback) override { return 0; }
+    int send_request(unsigned char*, unsigned int len) override { return static_cast<int>(len); }
+    int read_response(unsigned char*, unsigned int) override { return -1; }
+    int connect_interface(bool) override { return 0; }
+    void disconnect_interface() override {}
+};
+class SilentCallback : public marlo_fw_updater::Callback {
+    void handleDFUResponse(std::string, Status) override {}
+    void handleSHMResponse(std::string, Status) override {}
+    void onDFUStateRecived(DFUState) override {}
 };
 
 }  // namespace
@@ -97,6 +113,25 @@ TEST_F(Session, FragmentsAreServedAndHugeOnesRefused) {
     EXPECT_EQ(logged("no memory for message 6 with 8388620 bytes"), 1U);
     receive(5, {5, 0, 1});
     expect({report, report, "send 6: 5 0 1 41"});
+}
+
+TEST_F(Session, WarmFragmentAllocatesTheTextOfItsReportAlone) {
+    table("<Partition><img_id>5</img_id><Image_Path>large</Image_Path></Partition>");
+    image("large", std::string(1 << 20, 'L'));
+    marlo_fw_updater updater([](glink_conn_config) { return std::make_unique<SilentTransport>(); });
+    SilentCallback callback;
+    updater.startMarloDownloaderWithCallback(&callback);
+    marlo_deamon_log::set_level(marlo_deamon_log::log_level::none);  // the test's log allocates
+    std::vector<size_t> made;
+    for (uint32_t offset = 0; offset < 100 * 4096; offset += 4096) {
+        const Bytes request = message(5, {5, offset, 4096});
+        const size_t before = allocations_of_this_thread();
+        updater.conn_res_event_cb(request.data(), static_cast<uint32_t>(request.size()));
+        made.push_back(allocations_of_this_thread() - before);
+    }
+    marlo_deamon_log::set_level(marlo_deamon_log::log_level::verbose);
+    made.erase(made.begin());  // the first one makes the message's buffer
+    EXPECT_THAT(made, testing::Each(1U));
 }
 
 TEST_F(Session, EndIsAnsweredReleasesTheImagesAndMayBeFollowedByAnUpdate) {
