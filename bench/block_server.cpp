@@ -36,8 +36,6 @@ std::string partition_path(const std::filesystem::path& directory) {
 class DaemonServer : public BlockServer {
   public:
     DaemonServer(int channel, const std::filesystem::path& directory) {
-        open_instead("/sys/power/wake_lock", "/dev/null");
-        open_instead("/sys/power/wake_unlock", "/dev/null");
         open_instead(backing_file_directory, directory.string() + "/");
         offer_channel(kRmaChannel, channel);
         service_.startMarloRmaConnection();

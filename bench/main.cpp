@@ -15,7 +15,9 @@ struct Group {
     const char* name;
     bench::Figures (*measure)(const bench::Effort&);
 };
-constexpr Group kGroups[] = {{"crc", bench::crc}, {"peers", bench::peers}, {"rma", bench::rma}};
+constexpr Group kGroups[] = {{"crc", bench::crc},     {"session", bench::session},
+                             {"fuse", bench::fuse},   {"growth", bench::growth},
+                             {"peers", bench::peers}, {"rma", bench::rma}};
 
 bool is_asked_for(const Group& group, const std::vector<std::string>& names) {
     return names.empty() || std::find(names.begin(), names.end(), group.name) != names.end();

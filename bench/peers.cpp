@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // An image served by the daemon's code, beside the same bytes sent by others' programs.
 #include <functional>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "bench/affinity.h"
+#include "bench/firmware.h"
 #include "bench/groups.h"
 #include "bench/peer_transfers.h"
+#include "bench/serving.h"
 
 namespace bench {
 namespace {
@@ -26,8 +27,15 @@ const Kind kTftp = {"TFTP", make_tftp, at_least(1.5)};
 const Kind kZmodem = {"ZMODEM", make_zmodem, at_least(3), at_most(1)};
 const Kind kXmodem = {"XMODEM-1k, its pause of 1 s included", make_xmodem};
 
-// Serves the image once. Without one, the peers are shown by themselves.
+// Serves the image once.
 using Serve = std::function<Transfer()>;
+
+// As the daemon runs, its log included.
+Transfer sent_by(Session& session, uint64_t bytes) {
+    const Served served = session.serve(bytes);
+    const uint32_t fragments_per_gib = (1U << 30) / session.course().fragment_bytes;
+    return {served.megabytes_per_second, served.cpu_us_per_fragment / 1e6 * fragments_per_gib};
+}
 
 // The rounds' values, of one side.
 struct Values {
@@ -43,9 +51,6 @@ struct Values {
 Figure figure_of(const std::string& what, const std::string& unit, const std::string& peer,
                  const std::vector<double>& ours, const std::vector<double>& theirs,
                  const std::optional<Goal>& goal) {
-    if (ours.empty()) {
-        return {"peers", peer + ", " + what, unit, median(theirs)};
-    }
     const Pair pair = pair_from(ours, theirs);
     return {"peers", "4 KiB fragments, " + what, unit, pair.ours, reference(peer, pair), goal};
 }
@@ -57,14 +62,10 @@ void compare(Figures& figures, const Effort& effort, const Serve& serve, const S
     const std::unique_ptr<Peer> peer = kind.make(file);
     Values ours;
     Values theirs;
-    if (serve) {
-        serve();
-    }
+    serve();
     peer->check();
     for (int round = 0; round < effort.rounds; ++round) {
-        if (serve) {
-            ours.add(serve());
-        }
+        ours.add(serve());
         theirs.add(peer->send());
     }
     use_cores(Cores::kAll);
@@ -76,23 +77,17 @@ void compare(Figures& figures, const Effort& effort, const Serve& serve, const S
                                 theirs.cpu_times, counts ? kind.cpu : std::nullopt));
 }
 
-// Bytes that neither repeat soon nor compress.
-std::vector<uint8_t> made_up_image(size_t size) {
-    std::vector<uint8_t> image(size);
-    std::minstd_rand numbers;
-    for (uint8_t& byte : image) {
-        byte = static_cast<uint8_t>(numbers() >> 8);
-    }
-    return image;
-}
-
 }  // namespace
 
 Figures peers(const Effort& effort) {
     Figures figures;
+    prepare_daemon();
     const std::vector<uint8_t> image = made_up_image(effort.is_quick ? kMiB : 64 * kMiB);
     const SentFile file(image);
-    const Serve serve;
+    const Firmware firmware(image, 2);
+    Session session = socket_session({kServedImage, static_cast<uint32_t>(image.size()), 4096},
+                                     image, Session::Server::kDaemon);
+    const Serve serve = [&] { return sent_by(session, image.size()); };
     for (const Cores cores : {Cores::kOne, Cores::kAll}) {
         compare(figures, effort, serve, file, kTftp, cores);
         compare(figures, effort, serve, file, kZmodem, cores);

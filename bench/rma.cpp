@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // Blocks of a memory partition read and written, beside the least that can be done for it.
-#include <android/log.h>
 #include <linux/magic.h>
 #include <sys/vfs.h>
 
@@ -9,19 +8,13 @@
 #include "bench/affinity.h"
 #include "bench/block_coprocessor.h"
 #include "bench/block_server.h"
+#include "bench/firmware.h"
 #include "bench/groups.h"
 #include "bench/temporary_directory.h"
 #include "daemon/marlo_deamon_log.h"
 
 namespace bench {
 namespace {
-
-// As the daemon runs: every line is made. Here it is dropped then.
-void log_as_the_daemon() {
-    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
-    __android_log_set_logger([](const __android_logger_data*, const char*) {});
-    marlo_deamon_log::set_level(marlo_deamon_log::log_level::verbose);
-}
 
 bool is_in_memory(const std::filesystem::path& path) {
     struct statfs status = {};
@@ -78,7 +71,9 @@ void measure_in(Figures& figures, const Effort& effort, const std::filesystem::p
 
 Figures rma(const Effort& effort) {
     Figures figures;
-    log_as_the_daemon();
+    prepare_daemon();
+    // As the daemon runs.
+    marlo_deamon_log::set_level(marlo_deamon_log::log_level::verbose);
     use_cores(Cores::kOne);
     for (const char* parent : {"/dev/shm", "/var/tmp"}) {
         measure_in(figures, effort, parent);
