@@ -63,7 +63,20 @@ SocketCoprocessor::SocketCoprocessor(const Course& course)
 
 SocketCoprocessor::~SocketCoprocessor() {
     ::close(ends_[0]);
+    if (ends_[1] >= 0) {
+        ::close(ends_[1]);
+    }
+}
+
+void SocketCoprocessor::release_hosts_end() {
     ::close(ends_[1]);
+    ends_[1] = -1;
+}
+
+void SocketCoprocessor::await_server() {
+    if (::read(ends_[0], answer_.data(), answer_.size()) <= 0) {
+        throw std::runtime_error("the server has ended before it could be asked");
+    }
 }
 
 double SocketCoprocessor::ask_for(uint64_t fragments, const Observer& observer) {

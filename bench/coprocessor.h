@@ -55,6 +55,10 @@ class SocketCoprocessor : public Coprocessor {
     SocketCoprocessor& operator=(const SocketCoprocessor&) = delete;
 
     int hosts_end() const override { return ends_[1]; }
+    // Closed here, where another process has it.
+    void release_hosts_end();
+    // Takes the packet by which a server in another process says that it can be asked.
+    void await_server();
     double ask_for(uint64_t fragments, const Observer& observer = {}) override;
 
   private:

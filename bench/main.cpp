@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bench/groups.h"
+#include "bench/instructions.h"
 
 namespace {
 
@@ -15,9 +16,10 @@ struct Group {
     const char* name;
     bench::Figures (*measure)(const bench::Effort&);
 };
-constexpr Group kGroups[] = {{"crc", bench::crc},     {"session", bench::session},
-                             {"fuse", bench::fuse},   {"growth", bench::growth},
-                             {"peers", bench::peers}, {"rma", bench::rma}};
+constexpr Group kGroups[] = {{"crc", bench::crc},       {"session", bench::session},
+                             {"fuse", bench::fuse},     {"instructions", bench::instructions},
+                             {"growth", bench::growth}, {"peers", bench::peers},
+                             {"rma", bench::rma}};
 
 bool is_asked_for(const Group& group, const std::vector<std::string>& names) {
     return names.empty() || std::find(names.begin(), names.end(), group.name) != names.end();
@@ -61,11 +63,19 @@ int main(int argc, char** argv) {
     app.add_option("--rounds", effort.rounds, "rounds of which the median counts")
         ->check(CLI::Range(1, 1001));
     app.add_flag("--quick", effort.is_quick, "one round of small sizes: only shows that it works");
+    std::string server;
+    int server_log_level = 1;
+    // For the group `instructions`, which starts this program again.
+    app.add_option("--serve", server)->check(CLI::IsMember({"daemon", "bare"}))->group("");
+    app.add_option("--serve-log-level", server_log_level)->group("");
     CLI11_PARSE(app, argc, argv);
     if (effort.is_quick) {
         effort.rounds = 1;
     }
     try {
+        if (!server.empty()) {
+            return bench::serve_standard_input(server.c_str(), server_log_level);
+        }
         const bench::Figures figures = measure(names, effort);
         std::fputs(bench::table_of(figures).c_str(), stdout);
         if (!json_path.empty()) {

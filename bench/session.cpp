@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bench/affinity.h"
+#include "bench/allocations.h"
 #include "bench/firmware.h"
 #include "bench/groups.h"
 #include "bench/serving.h"
@@ -53,6 +54,30 @@ void measure(const Effort& effort, const Setting& setting, Session& ours, Sessio
     figures.push_back(std::move(cpu));
 }
 
+// Once warm.
+void measure_heap(Session& ours, Figures& figures) {
+    const uint64_t bytes = ours.course().image_bytes;
+    const auto fragments = static_cast<double>(bytes / ours.course().fragment_bytes);
+    const uint64_t made_before = allocations();
+    const size_t kept_before = allocated_bytes();
+    ours.serve(bytes);
+    const uint64_t made = allocations() - made_before;
+    const size_t kept = allocated_bytes() - kept_before;
+    // The packet and the text of its report.
+    figures.push_back({"session",
+                       "allocations, per fragment",
+                       "",
+                       static_cast<double>(made) / fragments,
+                       {},
+                       at_most(2.01)});
+    figures.push_back({"session",
+                       "memory kept, per fragment",
+                       "B",
+                       static_cast<double>(kept) / fragments,
+                       {},
+                       at_most(0)});
+}
+
 }  // namespace
 
 Figures session(const Effort& effort) {
@@ -68,6 +93,9 @@ Figures session(const Effort& effort) {
             for (const log_level level : {log_level::error, log_level::verbose}) {
                 measure(effort, {fragment, cores, level}, ours, bare, figures);
             }
+        }
+        if (fragment == kUsualFragment) {
+            measure_heap(ours, figures);
         }
     }
     return figures;
