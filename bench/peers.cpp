@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // An image served by the daemon's code, beside the same bytes sent by others' programs.
-#include <functional>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -9,9 +9,12 @@
 #include "bench/groups.h"
 #include "bench/peer_transfers.h"
 #include "bench/serving.h"
+#include "daemon/marlo_deamon_log.h"
 
 namespace bench {
 namespace {
+
+using marlo_deamon_log::log_level;
 
 constexpr size_t kMiB = size_t{1024} * 1024;
 
@@ -25,14 +28,14 @@ struct Kind {
 
 const Kind kTftp = {"TFTP", make_tftp, at_least(1.5)};
 const Kind kZmodem = {"ZMODEM", make_zmodem, at_least(3), at_most(1)};
-const Kind kXmodem = {"XMODEM-1k, its pause of 1 s included", make_xmodem};
+const Kind kXmodem = {"XMODEM-1k", make_xmodem};
 
-// Serves the image once.
-using Serve = std::function<Transfer()>;
+// Level 1 is like for like, the peers log nothing; level 4 is how the daemon runs.
+constexpr log_level kLevels[] = {log_level::error, log_level::verbose};
 
-// As the daemon runs, its log included.
-Transfer sent_by(Session& session, uint64_t bytes) {
-    const Served served = session.serve(bytes);
+Transfer served_by(Session& session, log_level level) {
+    marlo_deamon_log::set_level(level);
+    const Served served = session.serve(session.course().image_bytes);
     const uint32_t fragments_per_gib = (1U << 30) / session.course().fragment_bytes;
     return {served.megabytes_per_second, served.cpu_us_per_fragment / 1e6 * fragments_per_gib};
 }
@@ -48,33 +51,37 @@ struct Values {
     }
 };
 
-Figure figure_of(const std::string& what, const std::string& unit, const std::string& peer,
-                 const std::vector<double>& ours, const std::vector<double>& theirs,
-                 const std::optional<Goal>& goal) {
-    const Pair pair = pair_from(ours, theirs);
-    return {"peers", "4 KiB fragments, " + what, unit, pair.ours, reference(peer, pair), goal};
+void add_figures(Figures& figures, const Kind& kind, const std::string& name, const Values& ours,
+                 const Values& theirs, bool has_goals) {
+    const Pair rate = pair_from(ours.rates, theirs.rates);
+    const Pair cpu = pair_from(ours.cpu_times, theirs.cpu_times);
+    figures.push_back({"peers", name, "MB/s", rate.ours, reference(kind.name, rate),
+                       has_goals ? kind.rate : std::nullopt});
+    figures.push_back({"peers", name + ", CPU", "s/GiB", cpu.ours, reference(kind.name, cpu),
+                       has_goals ? kind.cpu : std::nullopt});
 }
 
 // In turns, after one transfer that is checked and does not count.
-void compare(Figures& figures, const Effort& effort, const Serve& serve, const SentFile& file,
+void compare(Figures& figures, const Effort& effort, Session& session, const SentFile& file,
              const Kind& kind, Cores cores) {
     use_cores(cores);
     const std::unique_ptr<Peer> peer = kind.make(file);
-    Values ours;
+    Values ours[std::size(kLevels)];
     Values theirs;
-    serve();
     peer->check();
     for (int round = 0; round < effort.rounds; ++round) {
-        ours.add(serve());
+        for (size_t level = 0; level < std::size(kLevels); ++level) {
+            ours[level].add(served_by(session, kLevels[level]));
+        }
         theirs.add(peer->send());
     }
     use_cores(Cores::kAll);
-    const bool counts = cores == Cores::kOne;
-    const std::string where = counts ? "one core" : "all cores";
-    figures.push_back(figure_of(where, "MB/s", kind.name, ours.rates, theirs.rates,
-                                counts ? kind.rate : std::nullopt));
-    figures.push_back(figure_of(where + ", sender's CPU", "s/GiB", kind.name, ours.cpu_times,
-                                theirs.cpu_times, counts ? kind.cpu : std::nullopt));
+    for (size_t level = 0; level < std::size(kLevels); ++level) {
+        const std::string name = std::string("4 KiB, ") +
+                                 (cores == Cores::kOne ? "one core" : "all cores") +
+                                 ", log level " + std::to_string(static_cast<int>(kLevels[level]));
+        add_figures(figures, kind, name, ours[level], theirs, cores == Cores::kOne);
+    }
 }
 
 }  // namespace
@@ -87,12 +94,11 @@ Figures peers(const Effort& effort) {
     const Firmware firmware(image, 2);
     Session session = socket_session({kServedImage, static_cast<uint32_t>(image.size()), 4096},
                                      image, Session::Server::kDaemon);
-    const Serve serve = [&] { return sent_by(session, image.size()); };
     for (const Cores cores : {Cores::kOne, Cores::kAll}) {
-        compare(figures, effort, serve, file, kTftp, cores);
-        compare(figures, effort, serve, file, kZmodem, cores);
+        compare(figures, effort, session, file, kTftp, cores);
+        compare(figures, effort, session, file, kZmodem, cores);
     }
-    compare(figures, effort, serve, file, kXmodem, Cores::kOne);
+    compare(figures, effort, session, file, kXmodem, Cores::kOne);
     return figures;
 }
 
