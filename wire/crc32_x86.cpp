@@ -14,6 +14,7 @@
 #include <cstddef>
 
 #include "wire/crc32_paths.h"
+#include "wire/crc32_powers.h"
 
 #define CARRY_LESS_TARGET [[gnu::target("pclmul,sse4.1")]]
 
@@ -21,20 +22,6 @@ namespace wire {
 namespace {
 
 constexpr size_t kBlock = sizeof(__m128i);
-
-// x^exponent mod P.
-constexpr uint32_t power_of_x(int exponent) {
-    uint32_t remainder = 0x80000000;  // x^0
-    for (; exponent > 0; --exponent) {
-        remainder = (remainder >> 1) ^ ((remainder & 1) != 0 ? kCrc32Polynomial : 0);
-    }
-    return remainder;
-}
-
-// The same as a number of 64 bits.
-constexpr int64_t power_of_x_64(int exponent) {
-    return static_cast<int64_t>(uint64_t{power_of_x(exponent)} << 32);
-}
 
 // The quotient x^96 / P, by long division; without its last coefficient, of x^0, which does not fit
 // and is not needed. Bit i is the coefficient of x^(64-i).
@@ -52,8 +39,8 @@ constexpr uint64_t reciprocal_of_p() {
 template <int blocks>
 CARRY_LESS_TARGET inline __m128i factors() {
     constexpr int kBits = blocks * 128;
-    constexpr int64_t kFirst = power_of_x_64(kBits + 64 - 1);
-    constexpr int64_t kLast = power_of_x_64(kBits - 1);
+    constexpr int64_t kFirst = first_factor(kBits);
+    constexpr int64_t kLast = last_factor(kBits);
     return _mm_set_epi64x(kLast, kFirst);
 }
 
