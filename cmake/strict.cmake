@@ -17,8 +17,14 @@ if(MARLO_SANITIZE)
                         -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${MARLO_SANITIZE})
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
-    add_compile_options(-D_FORTIFY_SOURCE=2)
+    # -O3 makes the daemon an eighth larger and no fragment faster.
+    set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+    add_compile_options(-D_FORTIFY_SOURCE=2 -ffunction-sections -fdata-sections)
+    add_link_options(LINKER:--gc-sections)
 endif()
+
+# For what runs a few times per boot or session. What runs for every packet is built for speed.
+set(MARLO_FOR_SIZE $<$<CONFIG:Release>:-Os>)
 
 if(MARLO_COVERAGE)
     # Optimisation would merge branches; the counters are those of several threads.
