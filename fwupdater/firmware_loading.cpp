@@ -18,7 +18,7 @@ constexpr const char* kLoading = "parsePartitionAndSaveFw";
 constexpr const char* kReading = "readFile";
 
 std::optional<PartitionTable> load_partition_table(const std::string& path) {
-    const std::optional<std::vector<uint8_t>> xml = read_regular_file(path, kLargestText);
+    const std::optional<FileBytes> xml = read_regular_file(path, kLargestText);
     std::string why;
     std::optional<PartitionTable> table = xml ? parse_partition_table(*xml, &why) : std::nullopt;
     if (xml && !table) {
@@ -60,8 +60,8 @@ void log_partition(const PartitionElement& element) {
 
 using Image = marlo_fw_resource::Image;
 
-Image shared(std::vector<uint8_t> data) {
-    return std::make_shared<const std::vector<uint8_t>>(std::move(data));
+Image shared(FileBytes data) {
+    return std::make_shared<const FileBytes>(std::move(data));
 }
 
 // A file that many partitions name is read for the first of them.
@@ -115,7 +115,7 @@ uint32_t marlo_fw_updater::load_images(const std::string& path) {
         MARLO_LOG_FOR(kLoading, debug, "partitionTableElement Not NULL");
         load_partitions(*table);
     }
-    std::vector<uint8_t> flash = readFile("./flash.bin");
+    FileBytes flash = readFile("./flash.bin");
     updatePlatformInfo(flash, getPlatformInfo());
     append_fixed_image(kFlashImageId, "flash_IMAGE", "flash.bin", std::move(flash));
     append_fixed_image(kPartition1ImageId, "partition_1_IMAGE", "partition_1.bin",
@@ -149,7 +149,7 @@ void marlo_fw_updater::load_partitions(const PartitionTable& table) {
 }
 
 void marlo_fw_updater::append_fixed_image(int32_t img_id, const char* name, const char* file,
-                                          std::vector<uint8_t> data) {
+                                          FileBytes data) {
     auto resource = std::make_shared<marlo_fw_resource>();
     resource->img_id = img_id;
     resource->partition_name = name;
@@ -158,8 +158,8 @@ void marlo_fw_updater::append_fixed_image(int32_t img_id, const char* name, cons
     fw_resources.append(std::move(resource));
 }
 
-std::vector<uint8_t> marlo_fw_updater::readFile(const std::string& path) {
-    return read_logged_image(fw_image_dir + path, kReading).value_or(std::vector<uint8_t>());
+FileBytes marlo_fw_updater::readFile(const std::string& path) {
+    return read_logged_image(fw_image_dir + path, kReading).value_or(FileBytes());
 }
 
 bool marlo_fw_updater::checkForFlashbin() {

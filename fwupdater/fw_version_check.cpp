@@ -39,7 +39,7 @@ void log_overlong_lines(std::string_view text, const char* path) {
     }
 }
 
-marlo_meta_info parse(const std::vector<uint8_t>& bytes, const char* path) {
+marlo_meta_info parse(const FileBytes& bytes, const char* path) {
     try {
         const std::string text(bytes.begin(), bytes.end());
         log_overlong_lines(text, path);

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -12,13 +13,15 @@
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
 // Whoever made the file chose its size.
-std::optional<Bytes> zeros(off_t size, const std::string& path) {
+std::optional<FileBytes> unfilled(off_t size, const std::string& path) {
     try {
         if (std::in_range<size_t>(size)) {
-            return Bytes(static_cast<size_t>(size));
+            FileBytes bytes(static_cast<size_t>(size));
+            if (fills_large_page(bytes.size())) {
+                os::use_large_pages(bytes.data(), bytes.size());
+            }
+            return bytes;
         }
     } catch (const std::bad_alloc&) {
     } catch (const std::length_error&) {
@@ -43,7 +46,7 @@ bool can_be_read(const struct stat& status, const std::string& path, off_t most)
 
 }  // namespace
 
-std::optional<Bytes> read_regular_file(int fd, const std::string& path, off_t most) {
+std::optional<FileBytes> read_regular_file(int fd, const std::string& path, off_t most) {
     struct stat status = {};
     if (os::fstat(fd, &status) != 0) {
         MARLO_LOG(error, "%s cannot be examined: %s", path.c_str(), strerror(errno));
@@ -52,7 +55,7 @@ std::optional<Bytes> read_regular_file(int fd, const std::string& path, off_t mo
     if (!can_be_read(status, path, most)) {
         return std::nullopt;
     }
-    std::optional<Bytes> bytes = zeros(status.st_size, path);
+    std::optional<FileBytes> bytes = unfilled(status.st_size, path);
     if (bytes) {
         const ssize_t count = os::read_up_to(fd, bytes->data(), bytes->size());
         if (count < 0) {
@@ -68,20 +71,20 @@ std::optional<Bytes> read_regular_file(int fd, const std::string& path, off_t mo
     return bytes;
 }
 
-std::optional<Bytes> read_regular_file(const std::string& path, off_t most) {
+std::optional<FileBytes> read_regular_file(const std::string& path, off_t most) {
     const int fd = os::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
         MARLO_LOG(error, "%s cannot be opened: %s", path.c_str(), strerror(errno));
         return std::nullopt;
     }
-    std::optional<Bytes> bytes = read_regular_file(fd, path, most);
+    std::optional<FileBytes> bytes = read_regular_file(fd, path, most);
     os::close(fd);
     return bytes;
 }
 
-std::optional<Bytes> read_logged_image(const std::string& path, const char* function) {
+std::optional<FileBytes> read_logged_image(const std::string& path, const char* function) {
     MARLO_LOG_FOR(function, debug, "readFile Path : %s", path.c_str());
-    std::optional<Bytes> bytes = read_regular_file(path, kLargestImage);
+    std::optional<FileBytes> bytes = read_regular_file(path, kLargestImage);
     if (!bytes) {
         MARLO_LOG_FOR(function, error, "File open failed : %s", path.c_str());
     }

@@ -4,13 +4,14 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
+
+#include "fwupdater/file_bytes.h"
 
 // One image that can be served, or one partition that has none. Everything but `erased` stays as
 // it was loaded while the record is in the updater's list; `erased` belongs to the list's lock.
 struct marlo_fw_resource {
     // Shared by the records that name the same file: a table may do so as often as it likes.
-    using Image = std::shared_ptr<const std::vector<uint8_t>>;
+    using Image = std::shared_ptr<const FileBytes>;
 
     int32_t img_id = 0;          // by which the co-processor asks for it
     int32_t offset = 0;          // start on the co-processor's flash

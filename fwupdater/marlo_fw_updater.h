@@ -13,6 +13,7 @@
 
 #include "comhandler/wear_firmware_info.h"
 #include "fwupdater/dfu_messages.h"
+#include "fwupdater/file_bytes.h"
 #include "fwupdater/message_buffer.h"
 #include "fwupdater/misc_data_loading.h"
 #include "fwupdater/misc_data_messages.h"
@@ -81,11 +82,11 @@ class marlo_fw_updater {
     // the table cannot be read or describes no bank.
     uint32_t parsePartitionAndSaveFw(const std::string& path);
     // The file below the image directory; empty when it cannot be read.
-    std::vector<uint8_t> readFile(const std::string& path);
+    FileBytes readFile(const std::string& path);
     // What the host's kernel says of the platform; defaults where it says nothing.
     platform_info getPlatformInfo();
     // Fills the block of the boot loader inside a flash image; leaves an image without one alone.
-    void updatePlatformInfo(std::vector<uint8_t>& image, platform_info info);
+    void updatePlatformInfo(std::span<uint8_t> image, platform_info info);
     bool checkForFlashbin();  // whether image 1 is loaded and not empty
     int truncateFwResources();
 
@@ -164,8 +165,7 @@ class marlo_fw_updater {
     int send_aon_request(uint32_t command_id, const dfu::Payload& payload);
     uint32_t load_images(const std::string& path);
     void load_partitions(const PartitionTable& table);
-    void append_fixed_image(int32_t img_id, const char* name, const char* file,
-                            std::vector<uint8_t> data);
+    void append_fixed_image(int32_t img_id, const char* name, const char* file, FileBytes data);
     void report_message(const dfu::ReceivedMessage& message, const char* name);
     void handle_image_info_request(uint32_t image_id);
     bool begin_to_continue(const char* function);

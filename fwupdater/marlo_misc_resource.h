@@ -4,7 +4,8 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <vector>
+
+#include "fwupdater/file_bytes.h"
 
 // The kind of a misc-data resource, as the co-processor is told it.
 enum Offload_Type : uint16_t {
@@ -20,9 +21,9 @@ inline const std::map<std::string, Offload_Type> misc_file_types = {
 
 // One file that was read. Stays as it was loaded.
 struct marlo_misc_resource {
-    uint32_t index = 0;         // among the files of one loading that could be read, from 0
-    uint16_t type = 0;          // an Offload_Type
-    std::string path;           // absolute
-    uint32_t size = 0;          // bytes in `data`
-    std::vector<uint8_t> data;  // the whole file
+    uint32_t index = 0;  // among the files of one loading that could be read, from 0
+    uint16_t type = 0;   // an Offload_Type
+    std::string path;    // absolute
+    uint32_t size = 0;   // bytes in `data`
+    FileBytes data;      // the whole file
 };

@@ -17,7 +17,7 @@ constexpr const char* kLoading = "loadAndSaveMiscFw";
 MiscResources load_misc_resources(const std::map<std::string, Offload_Type>& table) {
     MiscResources resources;
     for (const auto& [path, type] : table) {
-        std::optional<std::vector<uint8_t>> bytes = read_logged_image(path, kLoading);
+        std::optional<FileBytes> bytes = read_logged_image(path, kLoading);
         if (!bytes) {
             continue;
         }

@@ -27,9 +27,9 @@ std::optional<std::string> kernel_text(const char* path, size_t most) {
 }
 
 // The ELF image at `offset` of the flash image, up to its end; empty where there is none.
-std::span<uint8_t> elf_inside(std::vector<uint8_t>& image, int32_t offset) {
+std::span<uint8_t> elf_inside(std::span<uint8_t> image, int32_t offset) {
     const bool inside = offset >= 0 && static_cast<size_t>(offset) < image.size();
-    return inside ? std::span(image).subspan(static_cast<size_t>(offset)) : std::span<uint8_t>();
+    return inside ? image.subspan(static_cast<size_t>(offset)) : std::span<uint8_t>();
 }
 
 void log_class(uint8_t elf_class) {
@@ -82,7 +82,7 @@ platform_info marlo_fw_updater::getPlatformInfo() {
 }
 
 // cppcheck-suppress passedByValue ; the interface hands a copy over
-void marlo_fw_updater::updatePlatformInfo(std::vector<uint8_t>& image, platform_info info) {
+void marlo_fw_updater::updatePlatformInfo(std::span<uint8_t> image, platform_info info) {
     if (image.empty()) {
         MARLO_LOG(error, "firmware resource is empty");
         return;

@@ -24,7 +24,7 @@ namespace os {
 
 // To be called once, by main, before anything logs: makes the log show every priority, and what the
 // process creates its owner's alone, exactly as asked for, whatever the mask that it was started
-// with.
+// with. Large memory that is freed then always goes back to the system.
 void initialize();
 
 // Absolute paths are looked up below the root prefix, where one is set (platform/linux/root.h).
@@ -63,5 +63,9 @@ void join_thread(std::thread& thread);
 // with errno where there is none. `size` is at most a page.
 void* map_below_4gib(size_t size);
 void unmap(void* memory, size_t size);
+
+// A hint: this memory, of which all will be written, may be made of large pages. What they have no
+// room in stays as it is.
+void use_large_pages(void* memory, size_t size);
 
 }  // namespace os

@@ -53,6 +53,21 @@ void operator delete(void* memory, size_t) noexcept {
     std::free(memory);
 }
 
+// The forms for what begins at a multiple of a size.
+void* operator new(size_t size, std::align_val_t alignment) {
+    const auto step = static_cast<size_t>(alignment);
+    void* const memory =
+        size > g_limit ? nullptr : std::aligned_alloc(step, (size + step - 1) / step * step);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void operator delete(void* memory, std::align_val_t) noexcept {
+    std::free(memory);
+}
+
 // The forms for arrays, which a sanitizer would otherwise provide.
 void* operator new[](size_t size) {
     return operator new(size);

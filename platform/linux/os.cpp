@@ -2,11 +2,13 @@
 #include "platform/os.h"
 
 #include <android/log.h>
+#include <malloc.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <utility>
@@ -19,6 +21,11 @@ namespace os {
 void initialize() {
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     ::umask(S_IRWXG | S_IRWXO);
+#ifdef M_MMAP_THRESHOLD
+    // The usual threshold, but one that stays: otherwise it grows with the first image that is
+    // freed, and what later images leave behind may never go back to the system.
+    ::mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+#endif
 }
 
 int close(int fd) {
@@ -99,6 +106,15 @@ void* map_below_4gib(size_t size) {
 
 void unmap(void* memory, size_t size) {
     ::munmap(memory, size);
+}
+
+void use_large_pages(void* memory, size_t size) {
+    const auto page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
+    const size_t before = (page - reinterpret_cast<uintptr_t>(memory) % page) % page;
+    if (size >= before + page) {
+        ::madvise(static_cast<char*>(memory) + before, (size - before) / page * page,
+                  MADV_HUGEPAGE);
+    }
 }
 
 }  // namespace os

@@ -131,6 +131,7 @@ void* map_below_4gib(size_t size) {
 void unmap(void* memory, size_t size) {
     ::munmap(memory, size);
 }
+void use_large_pages(void* /*memory*/, size_t /*size*/) {}
 
 }  // namespace os
 

@@ -19,6 +19,11 @@ class Loading : public UpdaterTest {
     uint32_t load() {
         return updater_.parsePartitionAndSaveFw(std::string(kImages) + "./partition_table.xml");
     }
+
+    Bytes read(const char* path) {
+        const FileBytes bytes = updater_.readFile(path);
+        return {bytes.begin(), bytes.end()};
+    }
 };
 
 }  // namespace
@@ -113,12 +118,25 @@ TEST_F(Loading, AnImageThatIsTooLargeIsEmpty) {
     EXPECT_EQ(scripted::platform().open_descriptors(), 0);
 }
 
+TEST_F(Loading, AnImageOfLargePagesIsReadLikeAnyOther) {
+    const std::string content = std::string(static_cast<size_t>(kLargePage), 'a') + "bcd";
+    const std::string path = std::string(kImages) + "large";
+    image("large", content);
+    EXPECT_EQ(read("large"), Bytes(content.begin(), content.end()));
+    scripted::platform().script_read(path, {Bytes(3, 'a')});
+    scripted::platform().script_read(path, {});
+    EXPECT_EQ(read("large"), Bytes(3, 'a'));
+    const AllocationLimit limit(content.size() - 1);
+    EXPECT_TRUE(updater_.readFile("large").empty());
+    EXPECT_EQ(logged("no memory for the 2097155 bytes of " + path), 1U);
+}
+
 TEST_F(Loading, WhatIsNoReadableRegularFileIsEmpty) {
     const std::string good = std::string(kImages) + "good";
     image("good", std::string(100'000, 'g'));
     scripted::platform().script_read(good, scripted::failure(EINTR));
     scripted::platform().script_read(good, {Bytes(3, 'g')});
-    EXPECT_EQ(updater_.readFile("good"), Bytes(100'000, 'g'));
+    EXPECT_EQ(read("good"), Bytes(100'000, 'g'));
     image("odd", "content");
     for (const int mode : {S_IFDIR, S_IFIFO, S_IFCHR}) {
         scripted::platform().file_mode(std::string(kImages) + "odd",
@@ -127,7 +145,7 @@ TEST_F(Loading, WhatIsNoReadableRegularFileIsEmpty) {
     }
     scripted::platform().script_read(good, {Bytes(3, 'g')});
     scripted::platform().script_read(good, {});  // it has become shorter meanwhile
-    EXPECT_EQ(updater_.readFile("good"), Bytes(3, 'g'));
+    EXPECT_EQ(read("good"), Bytes(3, 'g'));
     EXPECT_EQ(logged("only 3 of the 100000 bytes of " + good), 1U);
     scripted::platform().script_read(good, scripted::failure(EIO));
     EXPECT_TRUE(updater_.readFile("good").empty());

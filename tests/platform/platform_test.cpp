@@ -58,6 +58,24 @@ std::string contents(const fs::path& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+// What the kernel tells of the memory around `place`: " rd wr hg" and so on.
+std::string flags_of_mapping(const void* place) {
+    constexpr std::string_view kFlags = "VmFlags:";
+    const auto address = reinterpret_cast<uintptr_t>(place);
+    std::ifstream file("/proc/self/smaps");
+    bool is_inside = false;
+    for (std::string line; std::getline(file, line);) {
+        uintptr_t begin = 0;
+        uintptr_t end = 0;
+        if (sscanf(line.c_str(), "%lx-%lx ", &begin, &end) == 2) {
+            is_inside = begin <= address && address < end;
+        } else if (is_inside && line.starts_with(kFlags)) {
+            return line.substr(kFlags.size());
+        }
+    }
+    return "";
+}
+
 std::string property(const char* name, const char* default_value = nullptr) {
     char value[PROPERTY_VALUE_MAX];
     memset(value, 'x', sizeof(value));
@@ -204,6 +222,22 @@ TEST(Calls, MemoryBelowFourGibibytesIsThereAndZeroed) {
     EXPECT_EQ(*static_cast<char*>(second), 0);
     os::unmap(first, 308);
     os::unmap(second, 308);
+}
+
+TEST(Calls, LargePagesAreAskedForInWholePagesOnly) {
+    if (!fs::exists("/sys/kernel/mm/transparent_hugepage")) {
+        GTEST_SKIP() << "this kernel has no transparent large pages";
+    }
+    constexpr size_t kPages = 16 * 4096;
+    std::vector<char> memory(4 * kPages, 'm');
+    char* const inside = memory.data() + kPages;
+    os::use_large_pages(nullptr, 0);
+    os::use_large_pages(inside + 1, 4095);
+    EXPECT_EQ(flags_of_mapping(inside).find(" hg"), std::string::npos);
+    os::use_large_pages(inside + 1, kPages);
+    EXPECT_NE(flags_of_mapping(inside + kPages / 2).find(" hg"), std::string::npos);
+    EXPECT_EQ(flags_of_mapping(inside + 2 * kPages).find(" hg"), std::string::npos);
+    EXPECT_EQ(memory, std::vector<char>(4 * kPages, 'm'));
 }
 
 TEST(Calls, BootClockMovesForward) {
