@@ -9,6 +9,7 @@
 // reflected 128-bit number it is the product times x, which the powers below make up for.
 #if defined(__x86_64__)
 
+#include <cpuid.h>
 #include <immintrin.h>
 
 #include <cstddef>
@@ -90,8 +91,13 @@ CARRY_LESS_TARGET inline uint32_t divide(__m128i block) {
 }  // namespace
 
 bool has_carry_less_multiplication() {
-    __builtin_cpu_init();  // may be called before the constructor that does this
-    return __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("sse4.1");
+    // Not by __builtin_cpu_supports, which brings the names of all processors along.
+    constexpr unsigned int kNeeded = bit_PCLMUL | bit_SSE4_1;
+    unsigned int eax = 0;
+    unsigned int ebx = 0;
+    unsigned int ecx = 0;
+    unsigned int edx = 0;
+    return __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (ecx & kNeeded) == kNeeded;
 }
 
 CARRY_LESS_TARGET uint32_t carry_less_crc32(std::span<const uint8_t> bytes,
