@@ -17,7 +17,8 @@ if(MARLO_SANITIZE)
                         -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${MARLO_SANITIZE})
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
-    # -O3 makes the daemon an eighth larger and no fragment faster.
+    # -O3 makes the daemon an eighth larger for 3 % fewer instructions per fragment, which spends its
+    # time in system calls.
     set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
     add_compile_options(-D_FORTIFY_SOURCE=2 -ffunction-sections -fdata-sections)
     add_link_options(LINKER:--gc-sections)

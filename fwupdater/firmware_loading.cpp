@@ -144,7 +144,7 @@ void marlo_fw_updater::load_partitions(const PartitionTable& table) {
             store_image(*resource, values.partition_name.c_str(),
                         image_at(values.image_path, read_before));
         }
-        fw_resources.append(std::move(resource));
+        fw_resources.append(resource);
     }
 }
 
@@ -155,7 +155,7 @@ void marlo_fw_updater::append_fixed_image(int32_t img_id, const char* name, cons
     resource->partition_name = name;
     resource->image_path = name;
     store_image(*resource, file, shared(std::move(data)));
-    fw_resources.append(std::move(resource));
+    fw_resources.append(resource);
 }
 
 FileBytes marlo_fw_updater::readFile(const std::string& path) {
