@@ -33,7 +33,8 @@ Figures fuse(const Effort& effort) {
         use_cores(cores);
         for (const log_level level : {log_level::error, log_level::verbose}) {
             marlo_deamon_log::set_level(level);
-            const Compared compared = compare(effort, ours, bare);
+            const Compared compared =
+                compare(effort, image.size() / (cores == Cores::kAll ? 4 : 1), ours, bare);
             figures.push_back({"fuse",
                                std::string("4 KiB, ") +
                                    (cores == Cores::kOne ? "one core" : "all cores") +

@@ -42,13 +42,13 @@ Session socket_session(const Course& course, std::span<const uint8_t> image,
     return {std::make_unique<SocketCoprocessor>(course), course, image, server};
 }
 
-Compared compare(const Effort& effort, Session& ours, Session& theirs) {
+Compared compare(const Effort& effort, uint64_t bytes, Session& ours, Session& theirs) {
     std::vector<double> rates[2];
     std::vector<double> cpus[2];
     for (int round = 0; round < effort.rounds; ++round) {
         for (int side = 0; side < 2; ++side) {
             Session& session = side == 0 ? ours : theirs;
-            const Served served = session.serve(session.course().image_bytes);
+            const Served served = session.serve(bytes);
             rates[side].push_back(served.megabytes_per_second);
             cpus[side].push_back(served.cpu_us_per_fragment);
         }

@@ -40,11 +40,11 @@ class Session {
 Session socket_session(const Course& course, std::span<const uint8_t> image,
                        Session::Server server);
 
-// The costs of both, measured in turns, the whole image each time.
+// The costs of both, measured in turns, `bytes` each time.
 struct Compared {
     Pair rate;  // MB/s
     Pair cpu;   // us per fragment
 };
-Compared compare(const Effort& effort, Session& ours, Session& theirs);
+Compared compare(const Effort& effort, uint64_t bytes, Session& ours, Session& theirs);
 
 }  // namespace bench
