@@ -103,8 +103,8 @@ class marlo_glink : public glink_interface {
     std::atomic<bool> _reconnecting{false};  // from a hang-up until the channel is open again
     std::atomic<bool> _closing{false};
     std::atomic<bool> _stop_reader{false};  // also tells a reader that has no wake-up pipe
-    std::vector<uint8_t> _packet;  // what the last read brought; the reader thread's alone
-    uint8_t* _ind_buf = nullptr;   // the packet that is being delivered; the reader thread's alone
+    std::vector<uint8_t> _packet;           // what the last read brought; the reader thread's alone
+    uint8_t* _ind_buf = nullptr;  // the packet that is being delivered; the reader thread's alone
     uint32_t _ind_buf_len = 0;
     client_wakelock* _wakelock = nullptr;
     std::atomic<glink_register_cb*> _callbacks{nullptr};
