@@ -22,6 +22,7 @@ double median_of(const Effort& effort, const std::function<double()>& measure) {
 
 Pair pair_from(const std::vector<double>& ours, const std::vector<double>& theirs) {
     std::vector<double> ratios;
+    ratios.reserve(ours.size());
     for (size_t round = 0; round < ours.size(); ++round) {
         ratios.push_back(ours[round] / theirs[round]);
     }

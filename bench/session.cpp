@@ -59,7 +59,8 @@ void measure(const Effort& effort, const Setting& setting, Session& ours, Sessio
 // Once warm.
 void measure_heap(Session& ours, Figures& figures) {
     const uint64_t bytes = ours.course().image_bytes;
-    const auto fragments = static_cast<double>(bytes / ours.course().fragment_bytes);
+    const uint64_t count = bytes / ours.course().fragment_bytes;
+    const auto fragments = static_cast<double>(count);
     const uint64_t made_before = allocations();
     const size_t kept_before = allocated_bytes();
     ours.serve(bytes);

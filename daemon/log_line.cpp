@@ -62,6 +62,8 @@ Length take_length(const char*& format) {
     return Length::kLongLong;
 }
 
+// clang-tidy does not see the va_copy in format(), nor that the types that va_arg takes differ.
+// NOLINTBEGIN(clang-analyzer-valist.Uninitialized,bugprone-branch-clone)
 long long next_signed(Arguments& arguments, Length length) {
     switch (length) {
         case Length::kPlain:
@@ -97,6 +99,8 @@ bool append_text(Line& line, Arguments& arguments) {
     }
     return text != nullptr;
 }
+
+// NOLINTEND(clang-analyzer-valist.Uninitialized,bugprone-branch-clone)
 
 // `format` is behind the percent sign, and then behind the conversion. False: vsnprintf's.
 bool convert(Line& line, const char*& format, Arguments& arguments) {

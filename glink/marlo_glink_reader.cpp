@@ -22,7 +22,7 @@ constexpr useconds_t kHopelessPauseUs = 50'000;
 constexpr int kHopelessPasses = 100;
 
 // The buffer of a longer packet is not kept for the next one.
-constexpr size_t kKeptPacketBytes = 64 * 1024;
+constexpr size_t kKeptPacketBytes = size_t{64} * 1024;
 
 // How often a reader without a wake-up pipe looks for the request to stop.
 constexpr int kPipelessPollMs = 1'000;
