@@ -97,8 +97,8 @@ Figure figure(const Effort& effort, const std::string& ours, const std::string& 
 
 // Counted by a script of its own; nothing where what it takes is not installed.
 std::optional<double> arm_instructions_per_byte() {
-    const std::string command =
-        "'" MARLO_BENCH_DIRECTORY "/arm_instructions.sh' " + std::to_string(kFragment);
+    const std::string bytes = std::to_string(kFragment);
+    const std::string command = "'" MARLO_BENCH_DIRECTORY "/arm_instructions.sh' " + bytes;
     FILE* output = popen(command.c_str(), "r");
     if (output == nullptr) {
         throw std::runtime_error(command + " cannot be run");

@@ -63,6 +63,7 @@ Figures growth(const Effort& effort) {
     compare_with(many_partitions, "a fragment with 2,000 partitions", uint64_t{medium} * kMiB,
                  "2 partitions");
     figures.back().goal = at_most(1.05);
+    use_cores(Cores::kAll);
     return figures;
 }
 

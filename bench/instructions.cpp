@@ -76,6 +76,7 @@ int serve_standard_input(const char* server, int log_level) {
     if (std::strcmp(server, "bare") == 0) {
         serving = std::make_unique<BareLoop>(STDIN_FILENO, image);
     } else {
+        // cppcheck-suppress unreadVariable ; its files are there as long as it is
         const Firmware firmware(image, 2);
         offer_channel(kDfuChannel, STDIN_FILENO);
         serving = std::make_unique<DaemonServer>();

@@ -67,7 +67,7 @@ class RestingDaemon : public sim::Trial {
         start_daemon();
         wait_for("the first command", kLongestBoot, [this] { return first_command_.has_value(); });
         to_first_command = *first_command_ - begin;
-        if (length_ > 0s) {
+        if (length_ != std::chrono::seconds::zero()) {
             watch();
         }
     }
@@ -121,7 +121,7 @@ Observed observe(std::chrono::seconds length) {
 }  // namespace
 
 double seconds_to_first_command() {
-    return observe(0s).seconds_to_first_command;
+    return observe(std::chrono::seconds::zero()).seconds_to_first_command;
 }
 
 Rest watch_resting_daemon(std::chrono::seconds length) {

@@ -14,6 +14,7 @@ double median(std::vector<double> values) {
 double median_of(const Effort& effort, const std::function<double()>& measure) {
     measure();
     std::vector<double> values;
+    values.reserve(static_cast<size_t>(effort.rounds));
     for (int round = 0; round < effort.rounds; ++round) {
         values.push_back(measure());
     }

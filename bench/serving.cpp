@@ -43,6 +43,8 @@ Session socket_session(const Course& course, std::span<const uint8_t> image,
 }
 
 Compared compare(const Effort& effort, uint64_t bytes, Session& ours, Session& theirs) {
+    ours.serve(bytes);
+    theirs.serve(bytes);
     std::vector<double> rates[2];
     std::vector<double> cpus[2];
     for (int round = 0; round < effort.rounds; ++round) {

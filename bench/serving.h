@@ -40,7 +40,7 @@ class Session {
 Session socket_session(const Course& course, std::span<const uint8_t> image,
                        Session::Server server);
 
-// The costs of both, measured in turns, `bytes` each time.
+// The costs of both, measured in turns, `bytes` each time, after a round that does not count.
 struct Compared {
     Pair rate;  // MB/s
     Pair cpu;   // us per fragment

@@ -2,11 +2,17 @@
 #include "fwupdater/resource_list.h"
 
 #include <algorithm>
+#include <new>
 
 void ResourceList::append(const Resource& resource) {
     const std::lock_guard lock(lock_);
     resources_.push_back(resource);
-    first_with_id_.try_emplace(static_cast<uint32_t>(resource->img_id), resource);
+    try {
+        first_with_id_.try_emplace(static_cast<uint32_t>(resource->img_id), resource);
+    } catch (const std::bad_alloc&) {
+        resources_.pop_back();  // what cannot be found is not to be erased either
+        throw;
+    }
 }
 
 // Images are freed outside the lock: that may take a while.

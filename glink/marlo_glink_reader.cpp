@@ -89,7 +89,7 @@ marlo_glink::reader_pass marlo_glink::poll_and_read() {
     if ((entries[1].revents & POLLIN) != 0) {
         const reader_pass pass = take_packet(fd);
         if (_packet.capacity() > kKeptPacketBytes) {
-            _packet = {};
+            std::vector<uint8_t>().swap(_packet);
         }
         return pass;
     }

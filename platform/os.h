@@ -24,7 +24,8 @@ namespace os {
 
 // To be called once, by main, before anything logs: makes the log show every priority, and what the
 // process creates its owner's alone, exactly as asked for, whatever the mask that it was started
-// with. Large memory that is freed then always goes back to the system.
+// with. Large memory that is freed then goes back to the system, where the C library can
+// be told so.
 void initialize();
 
 // Absolute paths are looked up below the root prefix, where one is set (platform/linux/root.h).
@@ -64,8 +65,8 @@ void join_thread(std::thread& thread);
 void* map_below_4gib(size_t size);
 void unmap(void* memory, size_t size);
 
-// A hint: this memory, of which all will be written, may be made of large pages. What they have no
-// room in stays as it is.
+// A hint: this memory, of which all will be written, may be made of large pages (the kernel may
+// take a moment to find some). What they have no room in stays as it is.
 void use_large_pages(void* memory, size_t size);
 
 }  // namespace os

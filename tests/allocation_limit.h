@@ -6,6 +6,9 @@
 // How many allocations the calling thread has made so far, in the test program that links it.
 size_t allocations_of_this_thread();
 
+// Bytes in blocks of at least 64 KiB that the program has allocated and not freed.
+size_t bytes_in_large_blocks();
+
 // Lets every allocation above a size fail while it lives, in the test program that links it.
 class AllocationLimit {
   public:

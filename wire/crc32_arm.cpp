@@ -7,6 +7,7 @@
 
 #include <bit>
 #include <cstddef>
+#include <utility>
 
 #include "wire/crc32_paths.h"
 
@@ -60,6 +61,13 @@ inline Word aligned_word_at(const uint8_t* bytes) {
     return word;
 }
 
+// One after the other, without a loop at any level of optimisation.
+template <size_t... words>
+inline uint32_t add_words(uint32_t remainder, const uint8_t* bytes, std::index_sequence<words...>) {
+    ((remainder = add_word(remainder, aligned_word_at(bytes + words * sizeof(Word)))), ...);
+    return remainder;
+}
+
 }  // namespace
 
 bool has_crc32_instructions() {
@@ -71,7 +79,8 @@ bool has_crc32_instructions() {
 }
 
 uint32_t instruction_crc32(std::span<const uint8_t> bytes, uint32_t checksum_so_far) {
-    constexpr size_t kBlock = 8 * sizeof(Word);
+    constexpr size_t kBlockWords = 8;
+    constexpr size_t kBlock = kBlockWords * sizeof(Word);
     uint32_t remainder = ~checksum_so_far;
     const uint8_t* next = bytes.data();
     size_t left = bytes.size();
@@ -79,9 +88,7 @@ uint32_t instruction_crc32(std::span<const uint8_t> bytes, uint32_t checksum_so_
         remainder = add_byte(remainder, *next);
     }
     for (; left >= kBlock; left -= kBlock, next += kBlock) {
-        for (size_t offset = 0; offset < kBlock; offset += sizeof(Word)) {
-            remainder = add_word(remainder, aligned_word_at(next + offset));
-        }
+        remainder = add_words(remainder, next, std::make_index_sequence<kBlockWords>());
     }
     for (; left >= sizeof(Word); left -= sizeof(Word), next += sizeof(Word)) {
         remainder = add_word(remainder, aligned_word_at(next));

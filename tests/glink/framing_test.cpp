@@ -77,6 +77,15 @@ TEST_F(Framing, FromSeventeenBytesTheLengthFieldRules) {
     EXPECT_EQ(platform().count("GLINK_int complete read bytes = 100"), 1u);
 }
 
+TEST_F(Framing, BufferOfALongPacketIsNotKept) {
+    constexpr size_t kSize = 1 << 20;
+    connect();
+    const size_t before = bytes_in_large_blocks();
+    arrive(packet_of(kSize, 8, kSize), {44});
+    EXPECT_THAT(packets(), ElementsAre(SizeIs(kSize)));
+    EXPECT_LT(bytes_in_large_blocks(), before + 2 * kSize);  // this test keeps the packet
+}
+
 TEST_F(Framing, LengthZeroLeavesNothingToDeliver) {
     connect();
     arrives(packet_of(20, 8, 0));
