@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
-#include <stdexcept>
 #include <utility>
 
 #include "daemon/marlo_deamon_log.h"
@@ -24,7 +23,6 @@ std::optional<FileBytes> unfilled(off_t size, const std::string& path) {
             return bytes;
         }
     } catch (const std::bad_alloc&) {
-    } catch (const std::length_error&) {
     }
     MARLO_LOG(error, "no memory for the %lld bytes of %s", static_cast<long long>(size),
               path.c_str());
@@ -66,7 +64,7 @@ std::optional<FileBytes> read_regular_file(int fd, const std::string& path, off_
             MARLO_LOG(error, "only %zd of the %zu bytes of %s could be read", count, bytes->size(),
                       path.c_str());
         }
-        bytes->resize(static_cast<size_t>(count));
+        bytes->cut(static_cast<size_t>(count));
     }
     return bytes;
 }
