@@ -13,6 +13,7 @@
 #include "glink/marlo_glink.h"
 #include "glink/wakelock_reference.h"
 #include "platform/os.h"
+#include "platform/trace.h"
 #include "wire/little_endian.h"
 
 namespace {
@@ -150,6 +151,7 @@ int marlo_glink::glink_write(int fd, const unsigned char* buf, unsigned int len)
         MARLO_LOG(error, "GLINK_int conn = 0x%llx write is not permitted as_s_chnl_fd is -1", id());
         return 0;
     }
+    const os::TraceSection section(kWriteName);
     const WakelockReference awake(_wakelock, kWriteName);
     const write_outcome outcome = write_with_retries(buf, len);
     lock.unlock();

@@ -10,6 +10,7 @@
 #include "glink/marlo_glink.h"
 #include "glink/wakelock_reference.h"
 #include "platform/os.h"
+#include "platform/trace.h"
 
 namespace {
 
@@ -209,6 +210,7 @@ void marlo_glink::glink_response_handler(const std::vector<uint8_t>& packet) {
         return;
     }
     std::copy(packet.begin(), packet.end(), _ind_buf);
+    const os::TraceSection section(__func__);
     const WakelockReference awake(_wakelock, __func__);
     if (const glink_register_cb* callbacks = _callbacks; callbacks != nullptr) {
         const glink_data_callback data_callback = callbacks->data_callback;
