@@ -10,9 +10,9 @@ import os
 import re
 
 ROOMS = ("daemon", "comhandler", "glink", "fwupdater", "rma", "wire")
-# Of the platform, what is built for Android as well, and names what it opens itself.
-PLATFORM = ("platform/file.cpp", "platform/low_memory.cpp", "platform/linux/os.cpp",
-            "platform/linux/open.cpp", "platform/linux/root.cpp")
+# Of the platform, all but what stands in for libraries that Android has.
+PLATFORM = ("platform/*.cpp", "platform/linux/*.cpp")
+STAND_INS = ("clock.cpp", "properties.cpp", "uevent.cpp")
 SKIPPED = re.compile(r'"(?:[^"\\]|\\.)*"|\'(?:[^\'\\]|\\.)\'|//[^\n]*|^#[^\n]*', re.M)
 LITERAL = re.compile(r'"((?:[^"\\]|\\.)*)"')
 PROPERTY_NAME = re.compile(r"(?:ro|persist|vendor)(?:\.\w+)+")
@@ -55,21 +55,22 @@ def items_of(path, text):
 
 class ProductSources:
     def __init__(self, top):
-        files = [file for room in ROOMS for kind in ("*.cpp", "*.h")
-                 for file in glob.glob(os.path.join(top, room, kind))]
-        files += [os.path.join(top, file) for file in PLATFORM]
+        patterns = [f"{room}/*.{kind}" for room in ROOMS for kind in ("cpp", "h")] + [*PLATFORM]
+        files = {file for each in patterns for file in glob.glob(os.path.join(top, each))}
         self.items = []
         for file in sorted(files):
-            with open(file) as text:
-                self.items += items_of(os.path.relpath(file, top), text.read())
-        self.constants = {item.name: item for item in self.items if item.is_constant}
+            if os.path.basename(file) not in STAND_INS:
+                with open(file) as text:
+                    self.items += items_of(os.path.relpath(file, top), text.read())
         with open(os.path.join(top, "platform/os.h")) as text:
             self.calls = set(re.findall(r"^\w[\w *:]*?(\w+)\(.*[;,]$", text.read(), re.M))
         self.functions = [item for item in self.items
                           if not item.is_constant and item.name and item.path.endswith(".cpp")]
 
     def constant(self, name):
-        return LITERAL.search(self.constants[name].text)[1]
+        """The text of the one constant that is called so."""
+        [item] = [item for item in self.items if item.is_constant and item.name == name]
+        return LITERAL.search(item.text)[1]
 
     def literals(self, pattern):
         """Each text that matches as a whole, with the items that hold it."""
@@ -85,7 +86,7 @@ class ProductSources:
         that ends with "/" is a directory, whose files the product names itself."""
         found = {}
         images = self.constant("fw_image_dir")
-        for path, items in self.literals(r"\.?/[\w./-]*\w[\w./-]*").items():
+        for path, items in self.literals(r"\.?/\w\S*").items():
             operations = self._operations(items)
             if path == "/dev/":
                 for channel in self.literals(r"glink_pkt_\w+"):
@@ -127,8 +128,8 @@ class ProductSources:
 
     def requests(self):
         """The numbers that the control device is given: type and number, without size."""
-        return {int(number, 16) & 0xFFFF for item in self.constants.values()
-                if item.path == "comhandler/MarloComHandler.cpp"
+        return {int(number, 16) & 0xFFFF for item in self.items
+                if item.is_constant and item.path == "comhandler/MarloComHandler.cpp"
                 for number in re.findall(r"unsigned long \w+ = (0x[0-9a-f]{8});", item.text)}
 
     def uses(self, call):
