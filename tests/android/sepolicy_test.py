@@ -88,6 +88,8 @@ class SourcesAndPolicy(unittest.TestCase):
             unknown = operations - OPERATIONS.keys() - OF_DIRECTORY - FREE
             if unknown:
                 raise LookupError(f"{path}: what does {unknown} ask of SELinux?")
+            if not operations & {"O_RDONLY", "O_WRONLY", "O_RDWR", "opendir"}:
+                raise LookupError(f"{path}: how is it opened?")
             parent = os.path.dirname(path.rstrip("/"))
             while parent != "/":
                 yield cls.domain, cls.policy.type_of(parent, "dir"), "dir", "search"
