@@ -2,6 +2,7 @@
 #include "comhandler/client_wakelock.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 
 #include "daemon/marlo_deamon_log.h"
@@ -49,15 +50,15 @@ client_wakelock::client_wakelock() {
 
 void client_wakelock::get_n_locks(int count) {
     const std::lock_guard lock(_mutex);
-    const uint32_t wrapped_sum = _accu_count + static_cast<uint32_t>(count);
-    if (wrapped_sum < _accu_count) {
+    const auto references = static_cast<uint32_t>(count);
+    if (references > UINT32_MAX - _accu_count) {
         MARLO_LOG(error, "_in_count %d will overflow max of _accu_count %u", count, _accu_count);
         return;
     }
     if (_accu_count == 0 && !_held) {
         acquire();
     }
-    _accu_count = wrapped_sum;
+    _accu_count += references;
 }
 
 void client_wakelock::put_n_locks(unsigned int count) {

@@ -124,7 +124,7 @@ Payload fragment_payload(const ThreeWords& fields, std::span<const uint8_t> imag
                     .zero_fill = 0};
     if (fragment_len != 0 && offset < image.size()) {
         const size_t available = std::min<size_t>(fragment_len, image.size() - offset);
-        payload.length += fragment_len;
+        payload.length = static_cast<uint32_t>(uint64_t{payload.length} + fragment_len);
         payload.image_bytes = image.subspan(offset, available);
         payload.zero_fill = fragment_len - available;
     }
@@ -147,7 +147,7 @@ uint32_t build_message(std::vector<uint8_t>& message, uint32_t command_id, const
 }
 
 uint32_t progress_percentage(uint32_t offset, uint32_t size) {
-    return size == 0 ? 0 : offset * 100U / size;
+    return size == 0 ? 0 : static_cast<uint32_t>(uint64_t{offset} * 100) / size;
 }
 
 }  // namespace dfu

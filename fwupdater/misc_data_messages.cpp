@@ -54,7 +54,9 @@ void build_data_packet(std::vector<uint8_t>& packet, uint16_t type, const Piece&
 
 // A limit below the header's size leaves, modulo 2^32, a chunk that hardly any data exceeds.
 DataCutter::DataCutter(uint32_t limit, uint32_t total)
-    : chunk_(limit - kHeaderSize), total_(total), rest_in_one_(chunk_covers_rest()) {}
+    : chunk_(static_cast<uint32_t>(int64_t{limit} - kHeaderSize)),
+      total_(total),
+      rest_in_one_(chunk_covers_rest()) {}
 
 // Written so that nothing wraps: the co-processor chose the chunk.
 bool DataCutter::chunk_covers_rest() const {

@@ -44,7 +44,8 @@ std::optional<std::string_view> version_value(std::string_view line) {
     RightHandSide right;
     std::optional<std::string_view> found;
     std::optional<std::string_view> candidate;  // of this stretch; wants a quote before it
-    for (size_t position = line.size(); position-- > 0;) {
+    for (size_t position = line.size(); position != 0;) {
+        --position;
         const bool quote = line[position] == '"';
         if (line[position] == '=') {
             candidate.reset();

@@ -282,7 +282,7 @@ int marlo_glink::fill_response(unsigned char* buf, unsigned int len, int64_t giv
             os::usleep(kEmptyResponsePauseUs);
             continue;
         }
-        received += static_cast<uint32_t>(count);
+        received = static_cast<uint32_t>(int64_t{received} + count);
     }
     return 0;
 }

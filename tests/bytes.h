@@ -44,8 +44,8 @@ inline std::string hex_text(const Bytes& bytes, size_t offset) {
 
 inline uint32_t word(const Bytes& bytes, size_t offset) {
     uint32_t value = 0;
-    for (size_t index = 4; index-- > 0;) {
-        value = value << 8 | bytes.at(offset + index);
+    for (size_t index = 0; index < 4; ++index) {
+        value |= uint32_t{bytes.at(offset + index)} << (8 * index);
     }
     return value;
 }

@@ -44,7 +44,8 @@ TEST(DfuMessages, FragmentIsWholeOrLeftOut) {
     const Bytes image(100);
     const auto fields = dfu::three_words(0, 0, 0);
     struct Case {
-        uint32_t offset, length, image_bytes, zeros;
+        uint32_t offset, length;
+        size_t image_bytes, zeros;
     };
     for (const Case& c : {Case{0, 100, 100, 0},
                           {99, 1, 1, 0},
@@ -57,7 +58,8 @@ TEST(DfuMessages, FragmentIsWholeOrLeftOut) {
         const dfu::Payload payload = dfu::fragment_payload(fields, image, c.offset, c.length);
         EXPECT_EQ(payload.image_bytes.size(), c.image_bytes) << c.offset << " " << c.length;
         EXPECT_EQ(payload.zero_fill, c.zeros) << c.offset << " " << c.length;
-        EXPECT_EQ(payload.length, 12 + c.image_bytes + c.zeros) << c.offset << " " << c.length;
+        EXPECT_EQ(payload.length, static_cast<uint32_t>(12 + c.image_bytes + c.zeros))
+            << c.offset << " " << c.length;
     }
 }
 

@@ -52,7 +52,7 @@ Bytes bytes_at(size_t offset, size_t count) {
     Bytes bytes(offset + count);
     uint32_t state = static_cast<uint32_t>(count);
     for (uint8_t& byte : bytes) {
-        state = state * 1664525 + 1013904223;
+        state = static_cast<uint32_t>(uint64_t{state} * 1664525 + 1013904223);
         byte = static_cast<uint8_t>(state >> 24);
     }
     return bytes;
