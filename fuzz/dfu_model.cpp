@@ -126,7 +126,8 @@ bool DownloadModel::begins_to_continue() {
 }
 
 Bytes DownloadModel::image(uint32_t id) const {
-    const auto* const file = std::ranges::find(kImages, id, &ImageFile::id);
+    const auto* const file = std::find_if(std::begin(kImages), std::end(kImages),
+                                          [id](const ImageFile& each) { return each.id == id; });
     return is_loaded_ && file != std::end(kImages) ? fuzz::pattern(file->size) : Bytes();
 }
 

@@ -42,7 +42,7 @@ Bytes patched(Bytes image, int32_t offset, const Bytes& block) {
         const uint32_t segment = word_at(elf, header + (is_64_bit ? 8 : 4));
         if (word_at(elf, header + (is_64_bit ? 16 : 8)) == kAddress && high_address == 0 &&
             size_t{segment} + block.size() <= elf.size()) {
-            std::ranges::copy(block, elf.begin() + segment);
+            std::copy(block.begin(), block.end(), elf.begin() + segment);
         }
     }
     return image;

@@ -39,11 +39,11 @@ class Channel : public glink_interface {
 // How many of the partitions are to be erased.
 int erasable(const PartitionTable& table) {
     PartitionValues values;
-    return static_cast<int>(
-        std::ranges::count_if(table.partitions, [&](const PartitionElement& element) {
-            values.carry_over(element);
-            return values.is_erasable && values.xml_size != 0;
-        }));
+    return static_cast<int>(std::count_if(table.partitions.begin(), table.partitions.end(),
+                                          [&](const PartitionElement& element) {
+                                              values.carry_over(element);
+                                              return values.is_erasable && values.xml_size != 0;
+                                          }));
 }
 
 void check_session(const std::optional<PartitionTable>& table) {

@@ -375,7 +375,7 @@ class Service {
         Bytes message(packet.begin(), packet.end());
         if (message.size() >= 28 && word_at(message, 8) == kConnect) {
             const Bytes size = in_bytes({word_at(message, 24) % kLargestPartition});
-            std::ranges::copy(size, message.begin() + 24);
+            std::copy(size.begin(), size.end(), message.begin() + 24);
         }
         fuzz::ExactCopy copy(message);
         model_.expect(message);

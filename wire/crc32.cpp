@@ -27,7 +27,8 @@ constinit std::atomic<decltype(Crc32Path::crc32)> chosen = choose_and_compute;
 
 uint32_t choose_and_compute(std::span<const uint8_t> bytes, uint32_t checksum_so_far) {
     const Crc32Path& path =
-        *std::ranges::find_if(kPaths, [](const Crc32Path& each) { return each.is_supported(); });
+        *std::find_if(std::begin(kPaths), std::end(kPaths),
+                      [](const Crc32Path& each) { return each.is_supported(); });
     chosen.store(path.crc32, std::memory_order_relaxed);
     return path.crc32(bytes, checksum_so_far);
 }

@@ -64,8 +64,8 @@ TEST(MiscDataMessages, GoldenVectors) {
 TEST(MiscDataMessages, Answer) {
     glink__shm_packet_response answer;
     EXPECT_EQ(answer.status(), 0);
-    std::ranges::copy(from_hex("00000000 00000000 00000000 00000009 feffffff 04030281"),
-                      answer.bytes.begin());
+    const Bytes bytes = from_hex("00000000 00000000 00000000 00000009 feffffff 04030281");
+    std::copy(bytes.begin(), bytes.end(), answer.bytes.begin());
     EXPECT_EQ(answer.status(), -2);
     EXPECT_EQ(answer.max_payload_size(), 0x81020304U);
 }

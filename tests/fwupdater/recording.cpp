@@ -115,7 +115,7 @@ int RecordingTransport::read_response(unsigned char* buf, unsigned int len) {
         Bytes bytes(16, 0xEE);  // nobody looks at these
         append_word(bytes, static_cast<uint32_t>(answer.status));
         append_word(bytes, answer.limit);
-        std::ranges::copy(bytes, buf);
+        std::copy(bytes.begin(), bytes.end(), buf);
     }
     return 0;
 }
