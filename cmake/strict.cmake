@@ -7,6 +7,9 @@ add_compile_options(
     # File names in assertions and debug records carry no path of the building machine.
     -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
 
+# Files may be larger than what 32-bit systems count in by default.
+add_compile_definitions(_FILE_OFFSET_BITS=64)
+
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     # GCC bug 105651: a literal followed by + and a std::string is reported as an overlapping copy.
     add_compile_options(-Wno-restrict)
