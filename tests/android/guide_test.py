@@ -124,11 +124,11 @@ class Guide(unittest.TestCase):
         self.assertEqual(set(re.findall(r"`(\w+)`", row)), sections)
 
     def test_modules(self):
-        kinds = r"(cc_binary|cc_test) \{\n    name: \"(\w+)\""
-        true = {name for _, name in re.findall(kinds, read("Android.bp"))}
+        kinds = r"^(?:cc_binary|cc_test|cc_fuzz|prebuilt_etc) \{\n    name: \"([\w.]+)\""
+        true = set(re.findall(kinds, read("Android.bp"), re.M))
         table = self.guide.split("| module | what |", 1)[1].split("\n\n", 1)[0]
         self.assert_same(first_cells(table), true)
-        built = re.findall(r"(?:PRODUCT_PACKAGES \+=|`m|atest(?: --host)?) (marlo_\w+)", self.guide)
+        built = re.findall(r"(?:PRODUCT_PACKAGES \+=|`m|atest(?: --host)?) ([\w.]+)", self.guide)
         self.assertLessEqual({"marlo_daemon"}, set(built))
         self.assertLessEqual(set(built), true)
 
