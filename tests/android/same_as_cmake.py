@@ -77,7 +77,9 @@ def main(build):
     modules = {name: module for name, module in modules.items() if module.kind in COMPILED}
     compare('modules', set(modules), set(targets))
     compare_modules(modules, targets)
-    found.extend(f'{item} is excepted for nothing' for item in ONLY_IN_CMAKE - used)
+    # The preset `fuzz` has libFuzzer.
+    unused = ONLY_IN_CMAKE - used - {'fuzz/replay_main.cpp'}
+    found.extend(f'{item} is excepted for nothing' for item in unused)
     print('\n'.join(sorted(found)) or f'{len(modules)} modules')
     return 1 if found else 0
 
