@@ -4,7 +4,6 @@
 #include <sys/types.h>
 
 #include <charconv>
-#include <concepts>
 #include <cstdio>
 #include <system_error>
 
@@ -32,7 +31,8 @@ class Line {
         }
     }
     // False where there is no room for all of it.
-    bool append(std::integral auto number, int base) {
+    template <typename Integer>
+    bool append(Integer number, int base) {
         const auto [end, error] = std::to_chars(next_, end_, number, base);
         next_ = end;
         return error == std::errc();

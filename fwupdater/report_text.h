@@ -2,9 +2,9 @@
 #pragma once
 
 #include <charconv>
-#include <concepts>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 // The text of a report, joined from texts and decimal numbers.
 namespace report_text {
@@ -16,14 +16,16 @@ inline void append(std::string& text, std::string_view piece) {
     text += piece;
 }
 
-inline void append(std::string& text, std::integral auto number) {
-    char digits[20];  // of the longest 64-bit number, its sign included
-    text.append(digits, std::to_chars(digits, digits + sizeof(digits), number).ptr);
-}
-
-// With six fractional digits.
-inline void append(std::string& text, std::floating_point auto number) {
-    text += std::to_string(number);
+// Fractions with six digits.
+template <typename Number>
+requires std::is_arithmetic_v<Number>
+void append(std::string& text, Number number) {
+    if constexpr (std::is_floating_point_v<Number>) {
+        text += std::to_string(number);
+    } else {
+        char digits[20];  // of the longest 64-bit number, its sign included
+        text.append(digits, std::to_chars(digits, digits + sizeof(digits), number).ptr);
+    }
 }
 
 template <typename... Pieces>

@@ -84,7 +84,7 @@ uint32_t instruction_crc32(std::span<const uint8_t> bytes, uint32_t checksum_so_
     uint32_t remainder = ~checksum_so_far;
     const uint8_t* next = bytes.data();
     size_t left = bytes.size();
-    for (; left > 0 && std::bit_cast<uintptr_t>(next) % sizeof(Word) != 0; --left, ++next) {
+    for (; left > 0 && reinterpret_cast<uintptr_t>(next) % sizeof(Word) != 0; --left, ++next) {
         remainder = add_byte(remainder, *next);
     }
     for (; left >= kBlock; left -= kBlock, next += kBlock) {
