@@ -13,7 +13,7 @@ constexpr Crc32Path kPaths[] = {
 #if defined(__x86_64__)
     {"vpclmulqdq", has_wide_carry_less_multiplication, wide_carry_less_crc32},
     {"pclmulqdq", has_carry_less_multiplication, carry_less_crc32},
-#elif defined(__arm__) || defined(__aarch64__)
+#elif defined(__ARMEL__) || defined(__AARCH64EL__)
     {"crc32", has_crc32_instructions, instruction_crc32},
 #endif
     {"portable", [] { return true; }, portable_crc32},

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// By the CRC32 instructions, which ARMv8 processors have in their 32-bit state too.
-#if defined(__arm__) || defined(__aarch64__)
+// By the CRC32 instructions, which ARMv8 processors have in their 32-bit state too. They take the
+// first byte low: where words are big-endian the portable way does.
+#if defined(__ARMEL__) || defined(__AARCH64EL__)
 
 #include <asm/hwcap.h>
 #include <sys/auxv.h>
@@ -13,9 +14,6 @@
 
 namespace wire {
 namespace {
-
-static_assert(std::endian::native == std::endian::little,
-              "the instructions take the first byte low");
 
 using Word = uint64_t;
 

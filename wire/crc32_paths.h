@@ -28,7 +28,7 @@ bool has_carry_less_multiplication();
 uint32_t carry_less_crc32(std::span<const uint8_t> bytes, uint32_t checksum_so_far);
 bool has_wide_carry_less_multiplication();
 uint32_t wide_carry_less_crc32(std::span<const uint8_t> bytes, uint32_t checksum_so_far);
-#elif defined(__arm__) || defined(__aarch64__)
+#elif defined(__ARMEL__) || defined(__AARCH64EL__)
 bool has_crc32_instructions();
 uint32_t instruction_crc32(std::span<const uint8_t> bytes, uint32_t checksum_so_far);
 #endif
