@@ -54,6 +54,11 @@ class FileBytes {
 
   private:
     static uint8_t* allocate(size_t size) {
+        // Nobody has that much. In 32 bits a library that rounds it up to the alignment wraps, and
+        // gives a small piece instead.
+        if (size > PTRDIFF_MAX) {
+            throw std::bad_alloc();
+        }
         if (fills_large_page(size)) {
             return static_cast<uint8_t*>(::operator new(size, kLargePage));
         }

@@ -118,6 +118,18 @@ TEST_F(Loading, AnImageThatIsTooLargeIsEmpty) {
     EXPECT_EQ(scripted::platform().open_descriptors(), 0);
 }
 
+TEST_F(Loading, AnImageBeyondTheAddressSpaceIsEmpty) {
+    if (sizeof(size_t) > sizeof(uint32_t)) {
+        GTEST_SKIP() << "every image fits into this address space";
+    }
+    image("large", "contents");
+    for (const uint32_t size : {0x80000000U, 0xFFE00001U, UINT32_MAX}) {
+        scripted::platform().file_size(std::string(kImages) + "large", size);
+        EXPECT_EQ(read("large"), Bytes()) << size;
+        EXPECT_EQ(logged("no memory for the " + std::to_string(size) + " bytes of "), 1U);
+    }
+}
+
 TEST_F(Loading, AnImageOfLargePagesIsReadLikeAnyOther) {
     const std::string content = std::string(static_cast<size_t>(kLargePage), 'a') + "bcd";
     const std::string path = std::string(kImages) + "large";
