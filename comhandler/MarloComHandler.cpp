@@ -23,11 +23,14 @@ constexpr int kVersionAttempts = 14;
 constexpr unsigned int kVersionRetrySeconds = 1;
 
 // Request numbers of the driver: type 'V', a payload of 32 bytes.
-constexpr unsigned long kSpiFree = 0x80205603;
-constexpr unsigned long kSpiBusy = 0x80205604;
-constexpr unsigned long kReset = 0xc0205605;
-constexpr unsigned long kIpcCommand = 0xc0205608;
-constexpr unsigned long kBootCommand = 0xc0205609;
+constexpr uint32_t kSpiFree = 0x80205603;
+constexpr uint32_t kSpiBusy = 0x80205604;
+constexpr uint32_t kReset = 0xc0205605;
+constexpr uint32_t kIpcCommand = 0xc0205608;
+constexpr uint32_t kBootCommand = 0xc0205609;
+// Their payload is what the kernel copies.
+static_assert(((kSpiFree & kSpiBusy & kReset & kIpcCommand & kBootCommand) >> 16 & 0x3FFF) ==
+              sizeof(marlo_com_ioctl_req));
 
 // Command codes, the request block's `cmd`.
 constexpr uint32_t kSoftReset = 0;
@@ -83,7 +86,7 @@ class OpenDevice {
     OpenDevice& operator=(const OpenDevice&) = delete;
 
     bool is_open() const { return fd_ >= 0; }
-    int ioctl(unsigned long request, marlo_com_ioctl_req& block) const {
+    int ioctl(uint32_t request, marlo_com_ioctl_req& block) const {
         return os::ioctl(fd_, request, &block);
     }
 
@@ -94,7 +97,7 @@ class OpenDevice {
 enum class Failure { kNonZero, kNegative };  // the results that a command reports as failed
 
 struct Command {
-    unsigned long request;
+    uint32_t request;
     uint32_t cmd;
     const char* failure_message;
     Failure failure = Failure::kNonZero;

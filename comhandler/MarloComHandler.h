@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 
 #include "comhandler/wear_firmware_info.h"
 
@@ -30,7 +31,10 @@ struct marlo_com_ioctl_req {
     uint32_t reply_buffer;  // address of a wear_firmware_info_t for the version query
 };
 
-static_assert(sizeof(marlo_com_ioctl_req) == 32);
+// The same in a 32-bit and in a 64-bit build: no word may become a pointer or a long.
+static_assert(sizeof(marlo_com_ioctl_req) == 32 && alignof(marlo_com_ioctl_req) == 4);
+static_assert(std::is_same_v<decltype(marlo_com_ioctl_req::value), uint32_t>);
+static_assert(std::is_same_v<decltype(marlo_com_ioctl_req::reply_buffer), uint32_t>);
 static_assert(offsetof(marlo_com_ioctl_req, cmd) == 20);
 static_assert(offsetof(marlo_com_ioctl_req, count) == 24);
 static_assert(offsetof(marlo_com_ioctl_req, reply_buffer) == 28);

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 // The version record, 308 bytes, as the co-processor's kernel driver writes it into the caller's
 // reply buffer. Each text is NUL-terminated; whoever receives a record from the device terminates
@@ -16,7 +17,9 @@ struct wear_firmware_info_t {
     char bt_version[100];
 };
 
-static_assert(sizeof(wear_firmware_info_t) == 308);
+static_assert(sizeof(wear_firmware_info_t) == 308 && alignof(wear_firmware_info_t) == 4);
+static_assert(std::is_same_v<decltype(wear_firmware_info_t::first_word), uint32_t>);
+static_assert(std::is_same_v<decltype(wear_firmware_info_t::kapi_version), uint32_t>);
 static_assert(offsetof(wear_firmware_info_t, kapi_version) == 4);
 static_assert(offsetof(wear_firmware_info_t, apps_version) == 8);
 static_assert(offsetof(wear_firmware_info_t, dsp_version) == 108);

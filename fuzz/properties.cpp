@@ -35,9 +35,9 @@ constexpr uint32_t kLoad = 3;
 constexpr uint32_t kSetMode = 5;
 constexpr uint32_t kGetMode = 6;
 constexpr uint32_t kSetStatus = 8;
-constexpr unsigned long kResetRequest = 0xc0205605;
-constexpr unsigned long kIpcRequest = 0xc0205608;
-constexpr unsigned long kBootRequest = 0xc0205609;
+constexpr uint32_t kResetRequest = 0xc0205605;
+constexpr uint32_t kIpcRequest = 0xc0205608;
+constexpr uint32_t kBootRequest = 0xc0205609;
 
 // The number at the beginning of what is read of a text.
 int number_in(const std::string& text, size_t most) {
@@ -67,7 +67,7 @@ class Start {
         make_instances();
         platform().device("/dev/marlo_com_dev");
         platform().on_ioctl(
-            [this](unsigned long request, uint32_t* words) { return command(request, words); });
+            [this](uint32_t request, uint32_t* words) { return command(request, words); });
     }
 
     void run() {
@@ -129,7 +129,7 @@ class Start {
         }
     }
 
-    int command(unsigned long request, uint32_t* words) {
+    int command(uint32_t request, uint32_t* words) {
         const uint32_t cmd = words[5];
         if (request == kResetRequest) {
             ++resets_;

@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <functional>
 #include <thread>
@@ -21,6 +22,12 @@
 // device (sweep/system_calls.cpp) for the sweep, platform/linux with an `open` of its own
 // (bench/channel_open.cpp) for the benchmarks.
 namespace os {
+
+// What the kernel is handed looks the same whatever the processor. In 32 bits this takes
+// _FILE_OFFSET_BITS=64: a partition's file may be larger than what is counted in otherwise.
+static_assert(sizeof(off_t) == 8);
+static_assert(sizeof(pollfd) == 8 && offsetof(pollfd, events) == 4 &&
+              offsetof(pollfd, revents) == 6);
 
 // To be called once, by main, before anything logs: makes the log show every priority, and what the
 // process creates its owner's alone, exactly as asked for, whatever the mask that it was started
@@ -40,7 +47,8 @@ int fsync(int fd);
 int fdatasync(int fd);
 int fstat(int fd, struct stat* status);
 int poll(struct pollfd* entries, nfds_t count, int timeout_ms);
-int ioctl(int fd, unsigned long request, void* argument);
+// The 32 bits of a request that the kernel looks at; C libraries disagree on the type.
+int ioctl(int fd, uint32_t request, void* argument);
 int pipe(int ends[2]);
 // A rename that replaces nothing (renameat2 with RENAME_NOREPLACE): EEXIST where `to` is there
 // already. A file system that cannot tell replaces it.

@@ -123,9 +123,9 @@ bool BackingFile::read(uint32_t offset, std::span<uint8_t> into) const {
     if (offset >= size_) {
         return true;
     }
-    const uint64_t present = std::min<uint64_t>(into.size(), size_ - offset);
-    const ssize_t count = os::pread_up_to(fd_, into.data(), present, static_cast<off_t>(offset));
-    if (count >= 0 && static_cast<uint64_t>(count) < present) {
+    const auto present = static_cast<size_t>(std::min<uint64_t>(into.size(), size_ - offset));
+    const ssize_t count = os::pread_up_to(fd_, into.data(), present, off_t{offset});
+    if (count >= 0 && static_cast<size_t>(count) < present) {
         errno = EIO;  // zeros must not pass for what was written there
         return false;
     }
@@ -133,6 +133,6 @@ bool BackingFile::read(uint32_t offset, std::span<uint8_t> into) const {
 }
 
 bool BackingFile::write(uint32_t offset, const char* data, uint32_t size) const {
-    return os::pwrite_all(fd_, data, size, static_cast<off_t>(offset)) == 0 &&
+    return os::pwrite_all(fd_, data, size, off_t{offset}) == 0 &&
            os::uninterrupted([this] { return os::fdatasync(fd_); }) == 0;
 }

@@ -190,16 +190,16 @@ int close(int fd) {
     return static_cast<int>(as_result(simulation().device().close(fd)));
 }
 ssize_t read(int fd, void* buffer, size_t size) {
-    return read_call(fd, buffer, size, {});
+    return static_cast<ssize_t>(read_call(fd, buffer, size, {}));
 }
 ssize_t pread(int fd, void* buffer, size_t size, off_t offset) {
-    return read_call(fd, buffer, size, offset);
+    return static_cast<ssize_t>(read_call(fd, buffer, size, offset));
 }
 ssize_t write(int fd, const void* buffer, size_t size) {
-    return write_call(fd, buffer, size, {});
+    return static_cast<ssize_t>(write_call(fd, buffer, size, {}));
 }
 ssize_t pwrite(int fd, const void* buffer, size_t size, off_t offset) {
-    return write_call(fd, buffer, size, offset);
+    return static_cast<ssize_t>(write_call(fd, buffer, size, offset));
 }
 int fsync(int fd) {
     return sync_call(fd);
@@ -227,7 +227,7 @@ int poll(struct pollfd* entries, nfds_t count, int timeout_ms) {
         return int64_t{1};
     }));
 }
-int ioctl(int fd, unsigned long request, void* argument) {
+int ioctl(int fd, uint32_t request, void* argument) {
     return static_cast<int>(call(Occasion::kIoctl, "", [&](const auto&) {
         OwnMemory memory;
         constexpr size_t kBlockSize = 32;
@@ -236,7 +236,7 @@ int ioctl(int fd, unsigned long request, void* argument) {
         Bytes block;
         const auto* const bytes = static_cast<const uint8_t*>(argument);
         if (has_input) block.assign(bytes, bytes + kBlockSize);
-        return simulation().device().ioctl(fd, static_cast<uint32_t>(request), block, memory);
+        return simulation().device().ioctl(fd, request, block, memory);
     }));
 }
 int pipe(int ends[2]) {

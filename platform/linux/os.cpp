@@ -55,7 +55,7 @@ int fstat(int fd, struct stat* status) {
 int poll(struct pollfd* entries, nfds_t count, int timeout_ms) {
     return ::poll(entries, count, timeout_ms);
 }
-int ioctl(int fd, unsigned long request, void* argument) {
+int ioctl(int fd, uint32_t request, void* argument) {
     return ::ioctl(fd, request, argument);
 }
 int pipe(int ends[2]) {

@@ -229,7 +229,7 @@ int Platform::poll(struct pollfd* entries, size_t count, int timeout_ms) {
     }
 }
 
-int Platform::ioctl(int fd, unsigned long request, void* argument) {
+int Platform::ioctl(int fd, uint32_t request, void* argument) {
     IoctlHandler handler;
     {
         const std::lock_guard lock(mutex_);
@@ -242,7 +242,7 @@ int Platform::ioctl(int fd, unsigned long request, void* argument) {
     auto* words = static_cast<uint32_t*>(argument);
     const int result = handler ? handler(request, words) : 0;
     char line[80];
-    snprintf(line, sizeof(line), "ioctl %#lx cmd %u value %u = %d", request, words[5],
+    snprintf(line, sizeof(line), "ioctl %#x cmd %u value %u = %d", request, words[5],
              words[6] != 0 ? 0 : words[0], result);
     const std::lock_guard lock(mutex_);
     note(line);

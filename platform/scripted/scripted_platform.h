@@ -41,7 +41,7 @@ struct Step {
 Step failure(int error);
 
 // A control command as the device saw it: returns the result, or a negated errno.
-using IoctlHandler = std::function<int(unsigned long request, uint32_t* words)>;
+using IoctlHandler = std::function<int(uint32_t request, uint32_t* words)>;
 
 // The uevent socket among the devices.
 inline constexpr const char* kUeventSocket = "uevent:";
@@ -143,7 +143,7 @@ class Platform {
     int unlink(const std::string& path);
     int file_size_and_mode(int fd, int64_t* size, unsigned int* mode);
     int poll(struct pollfd* entries, size_t count, int timeout_ms);
-    int ioctl(int fd, unsigned long request, void* argument);
+    int ioctl(int fd, uint32_t request, void* argument);
     int pipe(int ends[2]);
     std::thread start_thread(std::function<void()> body);
     const std::vector<std::pair<std::string, uint8_t>>* list(const std::string& path);

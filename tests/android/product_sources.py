@@ -127,10 +127,10 @@ class ProductSources:
         return names
 
     def requests(self):
-        """The numbers that the control device is given: type and number, without size."""
+        """The numbers that the control device is given: type and number, without direction and size."""
         return {int(number, 16) & 0xFFFF for item in self.items
                 if item.is_constant and item.path == "comhandler/MarloComHandler.cpp"
-                for number in re.findall(r"unsigned long \w+ = (0x[0-9a-f]{8});", item.text)}
+                for number in re.findall(r"uint32_t \w+ = (0x[4-9a-f][0-9a-f]{7});", item.text)}
 
     def uses(self, call):
         return any(item.mentions(call) for item in self.functions)

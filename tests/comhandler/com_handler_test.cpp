@@ -76,8 +76,8 @@ TEST_F(ComHandler, EachCommandSendsItsWordsAndReportsFailure) {
         platform().device(kDevice);
         int answer = 0;
         marlo_com_ioctl_req seen{};
-        unsigned long request_seen = 0;
-        platform().on_ioctl([&](unsigned long request, uint32_t* words) {
+        uint32_t request_seen = 0;
+        platform().on_ioctl([&](uint32_t request, uint32_t* words) {
             request_seen = request;
             memcpy(&seen, words, sizeof(seen));
             return answer;
@@ -119,7 +119,7 @@ TEST_F(ComHandler, EachCommandNamesTheDeviceThatCannotBeOpened) {
 TEST_F(ComHandler, ResetPointsTheDriverAtItsDataWord) {
     uint32_t data = 0;
     uint32_t count = 0;
-    platform().on_ioctl([&](unsigned long, uint32_t* words) {
+    platform().on_ioctl([&](uint32_t, uint32_t* words) {
         memcpy(&data, memory_at(words[0]), sizeof(data));
         count = words[6];
         return 0;
@@ -157,7 +157,7 @@ TEST_F(ComHandler, DescriptorZeroIsAnOpenDevice) {
 
 TEST_F(ComHandler, VersionIsCopiedOutOfTheReplyBufferAndLogged) {
     platform().property(kBootComplete, "1");
-    platform().on_ioctl([](unsigned long, uint32_t* words) {
+    platform().on_ioctl([](uint32_t, uint32_t* words) {
         char* reply = memory_at(words[7]);
         memset(reply, 'x', 308);  // no text is terminated
         const uint32_t version = 0x0203FFFF;
@@ -179,7 +179,7 @@ TEST_F(ComHandler, VersionIsCopiedOutOfTheReplyBufferAndLogged) {
 
 TEST_F(ComHandler, VersionQueryIsRepeatedFourteenTimes) {
     platform().property(kBootComplete, "1");
-    platform().on_ioctl([](unsigned long, uint32_t*) { return -EAGAIN; });
+    platform().on_ioctl([](uint32_t, uint32_t*) { return -EAGAIN; });
     EXPECT_EQ(handler_.get_current_aon_fw_version(), nullptr);
     EXPECT_THAT(platform().transcript({"ioctl"}), SizeIs(14));
     EXPECT_THAT(platform().transcript({"sleep 1"}), SizeIs(14));
@@ -198,7 +198,7 @@ TEST_F(ComHandler, VersionIsZeroFilledWhenNothingWasAnswered) {
     EXPECT_EQ(platform().now_ns(), 14'000'000'000);
 
     platform().property(kBootComplete, "1");
-    platform().on_ioctl([](unsigned long, uint32_t*) { return 1; });
+    platform().on_ioctl([](uint32_t, uint32_t*) { return 1; });
     EXPECT_NE(handler_.get_current_aon_fw_version(), nullptr);
     EXPECT_EQ(platform().count("I KAPI Ver: 0.0.0\n"), 2u);
 }

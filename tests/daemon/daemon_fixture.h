@@ -41,7 +41,7 @@ class DaemonTest : public testing::Test, protected BootProgressObserver {
         platform.file(kVersionFile, "\"apps_cochip\": \"APPS.2\",\n");
         set_running(false);
         platform.on_ioctl(
-            [this](unsigned long request, uint32_t* words) { return command(request, words); });
+            [this](uint32_t request, uint32_t* words) { return command(request, words); });
         daemon_ = std::make_unique<MarloDaemon>();
         daemon_->set_boot_progress_observer(this);
     }
@@ -135,7 +135,7 @@ class DaemonTest : public testing::Test, protected BootProgressObserver {
     std::unique_ptr<MarloDaemon> daemon_;
 
   private:
-    int command(unsigned long request, uint32_t* words) {
+    int command(uint32_t request, uint32_t* words) {
         if (request == 0xc0205608) {
             char* reply = reinterpret_cast<char*>(static_cast<uintptr_t>(words[7]));
             apps_version_.copy(reply + 8, 99);

@@ -6,9 +6,13 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <string>
+#include <vector>
 
 #include "platform/os.h"
 #include "rma/backing_file.h"
@@ -75,6 +79,26 @@ TEST_F(BackingFiles, AreMadeTheOwnersAloneWhateverTheMask) {
         EXPECT_EQ(fs::status(directory_ / "717").permissions(), fs::perms{0600});
         fs::remove(directory_ / "717");
     }
+}
+
+TEST_F(BackingFiles, AreReachedAsFarAsAnOffsetTells) {
+    std::ofstream(directory_ / "717").flush();
+    if (truncate((directory_ / "717").c_str(), off_t{1} << 32) != 0) {
+        GTEST_SKIP() << "no file of 4 GiB can be made: " << strerror(errno);
+    }
+    const std::map<uint32_t, std::string> blocks = {
+        {0, "first"}, {0x7FFFFFFE, "middle"}, {0xC0000000, "third"}, {0xFFFFFFFC, "last"}};
+    for (const auto& [offset, block] : blocks) {
+        const auto size = static_cast<uint32_t>(block.size());
+        EXPECT_TRUE(BackingFile(kPartition, O_RDWR).write(offset, block.data(), size)) << offset;
+    }
+    for (const auto& [offset, block] : blocks) {
+        std::vector<uint8_t> found(block.size());
+        EXPECT_TRUE(BackingFile(kPartition, O_RDONLY).read(offset, found)) << offset;
+        EXPECT_EQ(std::string(found.begin(), found.end()), block) << offset;
+    }
+    EXPECT_TRUE(BackingFile(kPartition, O_RDONLY).contains(0xFFFFFFFC, 4));
+    EXPECT_FALSE(BackingFile(kPartition, O_RDONLY).contains(0xFFFFFFFC, 5));
 }
 
 }  // namespace
