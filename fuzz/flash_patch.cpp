@@ -37,11 +37,11 @@ Bytes patched(Bytes image, int32_t offset, const Bytes& block) {
     const bool has_headers = word_at(elf, 0) == 0x464C457F && elf.size() >= (is_64_bit ? 64 : 52) &&
                              first + count * step <= elf.size();
     for (uint64_t index = 1; has_headers && index < count; ++index) {
-        const size_t header = first + index * step;
+        const auto header = static_cast<size_t>(first + index * step);
         const uint32_t high_address = is_64_bit ? word_at(elf, header + 20) : 0;
         const uint32_t segment = word_at(elf, header + (is_64_bit ? 8 : 4));
         if (word_at(elf, header + (is_64_bit ? 16 : 8)) == kAddress && high_address == 0 &&
-            size_t{segment} + block.size() <= elf.size()) {
+            uint64_t{segment} + block.size() <= elf.size()) {
             std::copy(block.begin(), block.end(), elf.begin() + segment);
         }
     }

@@ -10,7 +10,8 @@ namespace os {
 
 void* map_low_memory(size_t size) {
     // The kernel takes an address without MAP_FIXED as a wish: it is granted where it is free.
-    constexpr uintptr_t kFirst = 0x10000000;
+    // In 32 bits there is nothing to wish: every address will do.
+    constexpr uintptr_t kFirst = sizeof(void*) == 4 ? 0 : 0x10000000;
     constexpr uintptr_t kStep = 0x00800000;
     constexpr uintptr_t kLimit = UINT32_MAX;
     for (uintptr_t wish = kFirst; wish <= kLimit - kStep; wish += kStep) {

@@ -24,10 +24,11 @@ allow_only system_headers.txt Included "$(
 )"
 
 # Names as the sources have them: without version, without the compiler's variants (checked, 64-bit,
-# clang's comparison for equality), without what the C++ library and start-up code bring.
+# clang's comparison for equality), without what the C++ library, start-up code and the division of
+# 64 bits in 32 bring.
 imported_functions() {
     nm -D --undefined-only "$1" | awk '$1 == "U" { print $2 }' |
-        grep -vE '^_Z|@(GLIBCXX|CXXABI|GCC)_|^__(cxa|libc|errno|stack_chk|aeabi)_' |
+        grep -vE '^_Z|@(GLIBCXX|CXXABI|GCC)_|^__(cxa|libc|errno|stack_chk|aeabi)_|^__u?divdi3@' |
         sed -E -e 's/@.*//' -e 's/^__isoc99_//' -e 's/^bcmp$/memcmp/' -e 's/^__(.*)_chk$/\1/' \
             -e 's/^(f?stat|open|pread|pwrite|mmap|readdir)64$/\1/'
 }

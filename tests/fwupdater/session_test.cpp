@@ -207,7 +207,6 @@ TEST_F(Session, RuntimeErrorOfTheLastReportIsCaught) {
 }
 
 TEST_F(Session, MessageAboveFortyFourBytesEndsTheProcess) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     begin();
     receive(2, {0, 0, 0, 0, 0, 0, 0});
     expect({"info Received MG_UPDT_RESP"});

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -12,6 +13,7 @@
 #include <utils/SystemClock.h>
 
 #include <cerrno>
+#include <cinttypes>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -67,13 +69,23 @@ std::string flags_of_mapping(const void* place) {
     for (std::string line; std::getline(file, line);) {
         uintptr_t begin = 0;
         uintptr_t end = 0;
-        if (sscanf(line.c_str(), "%lx-%lx ", &begin, &end) == 2) {
+        if (sscanf(line.c_str(), "%" SCNxPTR "-%" SCNxPTR " ", &begin, &end) == 2) {
             is_inside = begin <= address && address < end;
         } else if (is_inside && line.starts_with(kFlags)) {
             return line.substr(kFlags.size());
         }
     }
     return "";
+}
+
+bool keeps_large_pages_in_mind() {
+    constexpr size_t kSize = 1 << 20;
+    void* const memory =
+        mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    madvise(memory, kSize, MADV_HUGEPAGE);
+    const bool is_kept = flags_of_mapping(memory).find(" hg") != std::string::npos;
+    munmap(memory, kSize);
+    return is_kept;
 }
 
 std::string property(const char* name, const char* default_value = nullptr) {
@@ -225,8 +237,8 @@ TEST(Calls, MemoryBelowFourGibibytesIsThereAndZeroed) {
 }
 
 TEST(Calls, LargePagesAreAskedForInWholePagesOnly) {
-    if (!fs::exists("/sys/kernel/mm/transparent_hugepage")) {
-        GTEST_SKIP() << "this kernel has no transparent large pages";
+    if (!keeps_large_pages_in_mind()) {
+        GTEST_SKIP() << "neither the kernel nor an emulator tells what is to be of large pages";
     }
     constexpr size_t kPages = 16 * 4096;
     std::vector<char> memory(4 * kPages, 'm');

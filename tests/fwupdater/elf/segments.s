@@ -1,5 +1,5 @@
-// SPDX-License-Identifier: Apache-2.0
-// Three segments that the linker script places where each test image wants them.
+/* SPDX-License-Identifier: Apache-2.0 */
+/* Three segments that the linker script places where each test image wants them. */
     .section .first, "aw"
     .fill 8, 4, 0x11111111
     .section .second, "aw"
