@@ -29,8 +29,12 @@ constexpr uint32_t kReset = 0xc0205605;
 constexpr uint32_t kIpcCommand = 0xc0205608;
 constexpr uint32_t kBootCommand = 0xc0205609;
 // Their payload is what the kernel copies.
-static_assert(((kSpiFree & kSpiBusy & kReset & kIpcCommand & kBootCommand) >> 16 & 0x3FFF) ==
-              sizeof(marlo_com_ioctl_req));
+constexpr bool has_block_as_payload(uint32_t request) {
+    return (request >> 16 & 0x3FFF) == sizeof(marlo_com_ioctl_req);
+}
+static_assert(has_block_as_payload(kSpiFree) && has_block_as_payload(kSpiBusy) &&
+              has_block_as_payload(kReset) && has_block_as_payload(kIpcCommand) &&
+              has_block_as_payload(kBootCommand));
 
 // Command codes, the request block's `cmd`.
 constexpr uint32_t kSoftReset = 0;

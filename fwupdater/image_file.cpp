@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
-#include <utility>
 
 #include "daemon/marlo_deamon_log.h"
 #include "platform/file.h"
@@ -14,9 +13,10 @@ namespace {
 
 // Whoever made the file chose its size.
 std::optional<FileBytes> unfilled(off_t size, const std::string& path) {
+    const auto count = static_cast<size_t>(size);
     try {
-        if (std::in_range<size_t>(size)) {
-            FileBytes bytes(static_cast<size_t>(size));
+        if (static_cast<off_t>(count) == size) {
+            FileBytes bytes(count);
             if (fills_large_page(bytes.size())) {
                 os::use_large_pages(bytes.data(), bytes.size());
             }

@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # What makes a fault in an optimised program harder to use, for each program given: it can be loaded
 # at any address, without changing its code; what the loader has filled in is read-only afterwards;
-# nothing is both written and executed; stack and buffers are checked. Prints what is missing.
+# nothing is both written and executed; stack and buffers are checked, in each of the sources that
+# the first argument (compile_commands.json) tells of. Prints what is missing.
 set -euo pipefail
 status=0
 
@@ -14,6 +15,14 @@ missing() { # WHAT
 shows() { # PATTERN, in what readelf says of the program
     grep -qE "$1" <<<"$facts"
 }
+
+for flag in -fPIE -fstack-protector-strong -D_FORTIFY_SOURCE=2; do
+    if without=$(grep '"command":' "$1" | grep -ve " $flag " | grep -o '[^ ]*"' | grep -F .cpp); then
+        printf '%s: not built with %s\n' "$1" "$flag" "$without"
+        status=1
+    fi
+done
+shift
 
 for program in "$@"; do
     facts=$(readelf --wide --file-header --program-headers --dynamic --dyn-syms "$program")

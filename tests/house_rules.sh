@@ -17,7 +17,7 @@ rule "The kernel is reached through platform/ only" "$(
     git grep -nE '#include <(fcntl|unistd|poll|sys/ioctl|sys/mman)\.h>' -- "${product[@]}"
 )"
 rule "No #ifdef for a system outside platform/" "$(
-    git grep -nE '#.*\b(__ANDROID__|__linux__|__GLIBC__)\b' -- "${product[@]}" sim 'tests/*.cpp' 'tests/*.h'
+    git grep -nE '#.*\b(__ANDROID__|ANDROID|__BIONIC__|__linux__|__GLIBC__)\b' -- "${product[@]}" sim 'tests/*.cpp' 'tests/*.h'
 )"
 rule "The virtual co-processor includes nothing of the product" "$(
     git grep -nE '#include "(daemon|comhandler|glink|fwupdater|rma|wire|platform)/' -- sim
