@@ -62,10 +62,6 @@ define(`vendor_internal_prop', `
     type $1, property_type, vendor_property_type, vendor_internal_property_type;
     neverallow { coredomain -init } $1:{ file property_service } *;
 ')
-define(`vendor_restricted_prop', `
-    type $1, property_type, vendor_property_type, vendor_restricted_property_type;
-    neverallow { coredomain -init } $1:property_service set;
-')
 
 attribute domain;
 attribute coredomain;
@@ -80,4 +76,3 @@ attribute core_data_file_type;
 attribute property_type;
 attribute vendor_property_type;
 attribute vendor_internal_property_type;
-attribute vendor_restricted_property_type;
