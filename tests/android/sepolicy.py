@@ -9,6 +9,8 @@ import subprocess
 BASE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "base")
 TOOLS = ("m4", "checkpolicy", "secilc", "sefcontext_compile", "selabel_lookup")
 VERSION = "30"  # of the kernel's policy; ioctl numbers are as old
+# Declarations, and what only forbids.
+GRANTS_NOTHING = {"type", "roletype", "typeattribute", "neverallow"}
 
 
 def run(*command):
@@ -80,14 +82,15 @@ class Policy:
             self._read(parse_lists(text.read()))
 
     def _read(self, statements):
-        self.attributes, self.rules, self.ioctls, self.genfs = {}, [], {}, {}
-        self.transitions = []
+        self.attributes, self.ioctls, self.genfs = {}, {}, {}
+        self.rules, self.unaudited, self.transitions, self.others = [], [], [], set()
         for kind, *rest in statements:
             if kind == "typeattributeset":
                 self.attributes[rest[0]] = rest[1]
-            elif kind == "allow":
+            elif kind in ("allow", "dontaudit"):
                 source, target, (object_class, permissions) = rest
-                self.rules.append((source, target, object_class, permissions))
+                rules = self.rules if kind == "allow" else self.unaudited
+                rules.append((source, target, object_class, permissions))
             elif kind == "allowx":
                 source, target, (_, object_class, numbers) = rest
                 self.ioctls[source, target, object_class] = self._numbers(numbers)
@@ -95,6 +98,8 @@ class Policy:
                 self.genfs["/sys" + rest[1].rstrip("/")] = rest[2][2]
             elif kind == "typetransition":
                 self.transitions.append(tuple(rest))
+            elif kind not in GRANTS_NOTHING:
+                self.others.add(str([kind, *rest]))
 
     @staticmethod
     def _numbers(ranges):
@@ -114,13 +119,18 @@ class Policy:
             return self.types_of("domain") - self.types_of(name[1])
         return set().union(*map(self.types_of, name[1:] if name[:1] == ["or"] else name))
 
-    def written_rules(self):
+    def memberships(self):
+        """(type, attribute)"""
+        return {(member, name) for name in self.attributes if not name.startswith("base_typeattr_")
+                for member in self.types_of(name)}
+
+    def written(self, rules):
         """(source, target, class, permission) as they were written, attributes by their members' names."""
         def shown(name):
             generated = isinstance(name, str) and name.startswith("base_typeattr_")
             return str(self.attributes[name]) if generated else name
         return {(shown(source), shown(target), object_class, permission)
-                for source, target, object_class, permissions in self.rules
+                for source, target, object_class, permissions in rules
                 for permission in permissions}
 
     def allows(self, source, target, object_class, permission):

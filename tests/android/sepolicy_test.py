@@ -40,6 +40,18 @@ CALLS = {
 }
 READ_PROPERTY = "getattr open read map"
 RUN = "getattr open read execute map"
+# A remoteproc that is not the co-processor's, and the link to each of them.
+OTHER_REMOTEPROC = "/sys/devices/platform/soc/another/remoteproc/remoteproc1"
+REMOTEPROC_LINK = "/sys/class/remoteproc/remoteproc0"
+# What the policy's types are, by the ends of their names.
+ATTRIBUTES = {
+    "_daemon": "domain",
+    "_exec": "exec_type vendor_file_type file_type",
+    "_device": "dev_type",
+    "_data_file": "file_type data_file_type",
+    "_sysfs": "fs_type sysfs_type",
+    "_prop": "property_type vendor_property_type vendor_internal_property_type",
+}
 
 
 class SourcesAndPolicy(unittest.TestCase):
@@ -54,6 +66,8 @@ class SourcesAndPolicy(unittest.TestCase):
         cls.service = RcFile(os.path.join(TOP, "android/marlo_daemon.rc")).services["marlo_daemon"]
         cls.policy = Policy(os.path.join(TOP, "android/sepolicy"), cls.scratch.name,
                             cls.definitions, cls.board)
+        with tempfile.TemporaryDirectory() as scratch:
+            cls.platform = Policy(None, scratch, board=cls.board)
         cls.uses = cls.files()
         cls.needed = {*cls.file_rules(), *cls.property_rules(), *cls.process_rules()}
 
@@ -84,18 +98,24 @@ class SourcesAndPolicy(unittest.TestCase):
 
     @classmethod
     def file_rules(cls):
+        yield from cls.search_rules(REMOTEPROC_LINK)
+        yield cls.domain, cls.policy.type_of(REMOTEPROC_LINK, "link"), "lnk_file", "read"
         for path, operations in cls.uses.items():
             unknown = operations - OPERATIONS.keys() - OF_DIRECTORY - FREE
             if unknown:
                 raise LookupError(f"{path}: what does {unknown} ask of SELinux?")
             if not operations & {"O_RDONLY", "O_WRONLY", "O_RDWR", "opendir"}:
                 raise LookupError(f"{path}: how is it opened?")
-            parent = os.path.dirname(path.rstrip("/"))
-            while parent != "/":
-                yield cls.domain, cls.policy.type_of(parent, "dir"), "dir", "search"
-                parent = os.path.dirname(parent)
+            yield from cls.search_rules(path)
             yield from cls.directory_rules(path, operations) if path.endswith("/") \
                 else cls.plain_file_rules(path, operations)
+
+    @classmethod
+    def search_rules(cls, path):
+        parent = os.path.dirname(path.rstrip("/"))
+        while parent != "/":
+            yield cls.domain, cls.policy.type_of(parent, "dir"), "dir", "search"
+            parent = os.path.dirname(parent)
 
     @classmethod
     def directory_rules(cls, path, operations):
@@ -151,9 +171,23 @@ class SourcesAndPolicy(unittest.TestCase):
                       self.policy.transitions)
 
     def test_nothing_else_is_allowed(self):
-        with tempfile.TemporaryDirectory() as scratch:
-            platform = Policy(None, scratch, board=self.board).written_rules()
-        self.assertEqual(sorted(self.policy.written_rules() - platform - self.needed), [])
+        written = self.policy.written(self.policy.rules) - self.platform.written(self.platform.rules)
+        self.assertEqual(sorted(written - self.needed), [])
+        self.assertEqual(self.policy.others - self.platform.others, set())
+
+    def test_denials_without_a_trace(self):
+        label = self.policy.type_of(OTHER_REMOTEPROC, "dir")
+        true = {("init", self.domain, "process", "noatsecure")}
+        true |= {(self.domain, each, "file", permission)
+                 for each in ("sysfs", label) for permission in ("open", "read")}
+        if not self.policy.allows(self.domain, label, "dir", "search"):
+            true.add((self.domain, label, "dir", "search"))
+        self.assertEqual(self.policy.written(self.policy.unaudited), true)
+
+    def test_attributes(self):
+        told = self.policy.memberships() - self.platform.memberships()
+        self.assertEqual(told, {(name, attribute) for name, _ in told for end in ATTRIBUTES
+                                if name.endswith(end) for attribute in ATTRIBUTES[end].split()})
 
     def test_control_requests(self):
         device = self.policy.type_of(self.sources.constant("kDevice"), "char")
@@ -165,7 +199,7 @@ class SourcesAndPolicy(unittest.TestCase):
         for pattern, *_ in self.policy.own_labels:
             self.assertTrue(any(re.fullmatch(pattern, path) for path in paths), pattern)
         used = {self.policy.genfs_label(path) for path in paths if path.startswith("/sys")}
-        self.assertEqual(set(self.policy.genfs) - used, set())
+        self.assertEqual(set(self.policy.genfs) - set(self.platform.genfs) - used, set())
 
     def test_properties(self):
         names = self.sources.properties()
@@ -181,6 +215,8 @@ class BoardWithLabels(SourcesAndPolicy):
     """A device whose own policy has types for what belongs to all of it."""
     board = os.path.join(HERE, "base/board")
     definitions = ("marlo_soc_type=board_soc", "marlo_dload_type=board_dload",
+                   "marlo_twm_type=board_twm", "marlo_remoteproc_type=board_remoteproc",
+                   "marlo_other_remoteproc_type=board_other_remoteproc",
                    "marlo_ramdumps_prop=board_ramdumps_prop", "marlo_firmware_type=board_firmware",
                    "marlo_bt_firmware_type=board_bt_firmware")
 
