@@ -4,13 +4,17 @@
 of the sources, each module of Android.bp and each label, in both directions."""
 import os
 import re
+import stat
 import unittest
 
+from init_language import RcFile, lines_of
 from log_texts import LogTexts
 from product_sources import LITERAL, PROPERTY_NAME, ProductSources
 
 TOP = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
 NUMBER = r"(?:0x[0-9a-f]+|\d+)"
+NAMES = "/usr/include/android/private/android_filesystem_config.h"
+CAPABILITIES = "/usr/include/linux/capability.h"
 # Named in the guide, but the system's own.
 OTHER_PROPERTIES = {"ro.vendor.build.version.sdk"}
 
@@ -34,6 +38,7 @@ class Guide(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.sources = ProductSources(TOP)
+        cls.init = RcFile(os.path.join(TOP, "android/marlo_daemon.rc"))
         cls.log = LogTexts(cls.sources).texts
         cls.guide, cls.lines = read("android/README.md"), read("android/log_lines.md")
         cls.both = cls.guide + cls.lines
@@ -48,24 +53,24 @@ class Guide(unittest.TestCase):
                                                                     self.lines, re.M | re.S)
                 for priority, text in re.findall(r"^\| (\w) \| `([^`]+)` \|.*\|.*\|$", rows, re.M)]
         self.assertEqual(len(told), len(re.findall(r"^\| \w \|", self.lines, re.M)), "malformed row")
-        self.assert_same(told, self.log)
+        self.assert_same(told, {(room, priority, text) for room, _, priority, text in self.log})
 
     def test_log_texts_in_passing(self):
         def parts(text):
             return re.split(r"%[.\d]*(?:ll|l|z)?\w", text)
-        patterns = [(priority, re.compile(".*".join(map(re.escape, parts(text)))))
-                    for _, priority, text in self.log if text not in ("%s", "%s: %s")]
+        patterns = [(priority, tag, re.compile(".*".join(map(re.escape, parts(text)))))
+                    for _, tag, priority, text in self.log if text not in ("%s", "%s: %s")]
         examples = re.findall(r"^(\w)/(\w+): *(.*)$", self.guide, re.M)
         self.assertGreater(len(examples), 40)
         for priority, tag, text in examples:
             if tag == "marlo_fw_updater":
                 self.assertRegex(text, r"^\w+:\d+, ")
                 text = re.sub(r"^\w+:\d+, ", "", text)
-            self.assertTrue(any(priority == known and pattern.fullmatch(text)
-                                for known, pattern in patterns), f"{priority}/{tag}: {text}")
-        tags = {name for item in self.sources.items for name in
-                re.findall(r'(?:set_tag\(|kTag = )"(\w+)"', item.text)} | {"marlo_daemon"}
+            self.assertTrue(any([priority, tag] == known and pattern.fullmatch(text)
+                                for *known, pattern in patterns), f"{priority}/{tag}: {text}")
+        tags = {tag for _, tag, _, _ in self.log}
         self.assertEqual({tag for _, tag, _ in examples}, tags)
+        self.assertEqual(set(re.findall(r"^\| tag `(\w+)`", self.guide, re.M)), tags)
 
     def test_paths(self):
         told = [path for heading in ("## 2. What the kernel has to have", "## 4. Files")
@@ -141,6 +146,42 @@ class Guide(unittest.TestCase):
         labels = "".join(read(os.path.join("android/sepolicy", name)) for name in os.listdir(policy))
         for label in re.findall(r"\b(?:object_r:(\w+)|u:r:(\w+)|(vendor_marlo_\w+))", self.both):
             self.assertRegex(labels, rf"\b{''.join(label)}\b")
+
+    def test_what_ls_shows(self):
+        owners = {words[0]: (stat.S_IFCHR, *words[1:])
+                  for _, words, _ in lines_of(os.path.join(TOP, "android/ueventd.marlo.rc"))}
+        owners |= {words[1]: (stat.S_IFDIR, *words[2:]) for action in self.init.actions
+                   for words in action.commands if words[0] == "mkdir"}
+        labels = [(words[0], words[1].split(":")[2])
+                  for _, words, _ in lines_of(os.path.join(TOP, "android/sepolicy/file_contexts"))]
+        told, true = [], []
+        for options, path, shown in re.findall(r"`adb shell ls -(\w+) (/\S+)` (.*)", self.guide):
+            for label in re.findall(r"`(?:.* )?u:object_r:(\w+):s0`", shown):
+                told.append((path, label))
+                true.append((path, [each for pattern, each in labels if re.fullmatch(pattern, path)][-1]))
+            for mode in re.findall(r"`([bcdlps-][rwxsStT-]{9})", shown):
+                kind, number, user, group = owners[path]
+                told.append((path, mode, *re.search(r"(\w+) (\w+)(?: u:|`)", shown).groups()))
+                true.append((path, stat.filemode(kind | int(number, 8)), user, group))
+        self.assertEqual(told, true)
+        self.assertEqual(len(told), 5, "rows that were looked at")
+        for path, number, user in re.findall(r"^\| `(/dev/\w+)` \|[^|]*; (0\d+) (\w+) \|",
+                                             self.guide, re.M):
+            self.assertEqual((number, user), owners[path][1:3], path)
+
+    def test_what_proc_shows(self):
+        service = self.init.services["marlo_daemon"]
+        [row] = re.findall(r"^.*CapEff.*$", self.guide, re.M)
+        with open(CAPABILITIES) as header:
+            numbers = dict(re.findall(r"^#define CAP_(\w+)\s+(\d+)$", header.read(), re.M))
+        names = service.options["capabilities"]
+        mask = sum(1 << int(numbers[name]) for name in names)
+        self.assertIn(f"`{mask:016x}` ({', '.join(names)}, no other)", row)
+        with open(NAMES) as header:
+            numbers = dict(re.findall(r"^#define AID_(\w+)\s+(\d+)", header.read(), re.M))
+        self.assertEqual(re.findall(r"(\d+) \(`(\w+)`\)", row),
+                         [(numbers[name.upper()], name) for name in service.options["group"][1:]])
+        self.assertIn(f"shows `u:r:{service.name}:s0` and `{service.user()}`", self.guide)
 
 
 if __name__ == "__main__":
