@@ -4,8 +4,8 @@
 library: with clang, LLVM's C++ library and each module's flags. The daemon's with __ANDROID__, for this
 processor and 32-bit ARM; those of the tests and the fuzz targets as for the building machine. Headers
 of other projects are no system headers in a tree, so they are copied to where they are none here; but
-GoogleTest's stay: those are parsed once for all. Exit status 1 where a source does not compile, 77
-where a tool is missing.
+GoogleTest's stay: those are parsed once for all. Exit status 1 where a source does not compile, or
+a tool is missing.
 """
 import os
 import shutil
@@ -68,11 +68,9 @@ class Compilation:
 def main():
     os.chdir(cmake_build.TOP)
     if shutil.which('clang++') is None or not is_there():
-        print('SKIPPED: clang++ or libc++-dev is not installed')
-        return 77
-    has_arm = is_there(ARM)
-    if not has_arm:
-        print('NOT COMPILED for 32-bit ARM: g++-arm-linux-gnueabihf is not installed')
+        sys.exit('clang++ or libc++-dev is not installed')
+    if not is_there(ARM):
+        sys.exit('g++-arm-linux-gnueabihf is not installed: nothing to compile for 32-bit ARM with')
     modules = blueprint.read('Android.bp')
     daemon = modules['marlo_daemon']
     shipped = {'marlo_daemon', *daemon.static_libs, *daemon.whole_static_libs}
@@ -81,10 +79,9 @@ def main():
         for name, module in modules.items():
             if name in shipped:
                 compilation.add(module, '-D__ANDROID__')
+                compilation.add(module, '-D__ANDROID__', ARM)
             elif module.kind in COMPILED:
                 compilation.add(module)
-            if name in shipped and has_arm:
-                compilation.add(module, '-D__ANDROID__', ARM)
         failed = compilation.failures()
     print(f'{len(compilation.commands)} compilations, {failed} failed')
     return 1 if failed else 0
