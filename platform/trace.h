@@ -4,6 +4,9 @@
 #ifdef __ANDROID__
 #define ATRACE_TAG ATRACE_TAG_HAL
 #include <cutils/trace.h>
+#else
+#define ATRACE_BEGIN(name)
+#define ATRACE_END()
 #endif
 
 namespace os {
@@ -12,19 +15,11 @@ namespace os {
 // sections of one thread nest. Where there is no system trace this is nothing.
 class TraceSection {
   public:
+    // `name` is copied.
+    explicit TraceSection([[maybe_unused]] const char* name) { ATRACE_BEGIN(name); }
+    ~TraceSection() { ATRACE_END(); }
     TraceSection(const TraceSection&) = delete;
     TraceSection& operator=(const TraceSection&) = delete;
-#ifdef __ANDROID__
-    // `name` is copied.
-    explicit TraceSection(const char* name) {
-        ATRACE_BEGIN(name);
-    }
-    ~TraceSection() {
-        ATRACE_END();
-    }
-#else
-    explicit TraceSection(const char*) {}
-#endif
 };
 
 }  // namespace os
