@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <map>
 
 #include "fwupdater/image_file.h"
@@ -118,10 +119,8 @@ TEST_F(Loading, AnImageThatIsTooLargeIsEmpty) {
     EXPECT_EQ(scripted::platform().open_descriptors(), 0);
 }
 
+#if SIZE_MAX == UINT32_MAX  // elsewhere every image fits
 TEST_F(Loading, AnImageBeyondTheAddressSpaceIsEmpty) {
-    if (sizeof(size_t) > sizeof(uint32_t)) {
-        GTEST_SKIP() << "every image fits into this address space";
-    }
     image("large", "contents");
     for (const uint32_t size : {0x80000000U, 0xFFE00001U, UINT32_MAX}) {
         scripted::platform().file_size(std::string(kImages) + "large", size);
@@ -129,6 +128,7 @@ TEST_F(Loading, AnImageBeyondTheAddressSpaceIsEmpty) {
         EXPECT_EQ(logged("no memory for the " + std::to_string(size) + " bytes of "), 1U);
     }
 }
+#endif
 
 TEST_F(Loading, AnImageOfLargePagesIsReadLikeAnyOther) {
     const std::string content = std::string(static_cast<size_t>(kLargePage), 'a') + "bcd";
