@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Whether the firmware that runs is the firmware that ships.
 #include <algorithm>
-#include <cstring>
 #include <new>
 #include <string>
 #include <string_view>
@@ -9,6 +8,7 @@
 #include "daemon/marlo_deamon_log.h"
 #include "fwupdater/image_file.h"
 #include "fwupdater/marlo_fw_updater.h"
+#include "fwupdater/version_match.h"
 #include "platform/os.h"
 
 namespace {
@@ -16,15 +16,6 @@ namespace {
 // The second is read only where the first cannot be opened.
 constexpr const char* kVersionFiles[] = {"/vendor/firmware_mnt/image/tbx7700_ver_info.txt",
                                          "/vendor/firmware_mnt/verinfo/ver_info.txt"};
-
-template <size_t kSize>
-std::string_view text_of(const char (&field)[kSize]) {
-    return {field, strnlen(field, kSize)};
-}
-
-bool contains(std::string_view text, std::string_view part) {
-    return text.find(part) != std::string_view::npos;
-}
 
 // Longer lines are read all the same; but that is no version file as any build makes it.
 constexpr size_t kLongestLine = 4096;
@@ -79,19 +70,18 @@ int32_t marlo_fw_updater::fw_version_check(wear_firmware_info_t* fw_info) {
     if (!is_known(fw_info, __func__)) {
         return -1;
     }
-    if (!contains(text_of(fw_info->apps_version), shipped.apps_cochip)) {
-        MARLO_LOG(error, "crm_build_number MIS-MATHCHED");
-        return -1;
-    }
-    const std::string_view bt_version = text_of(fw_info->bt_version);
-    if (!bt_version.empty() && !contains(bt_version, shipped.btfw_cochip)) {
-        MARLO_LOG(error, "btfw_cochip MIS-MATHCHED");
-        return -1;
-    }
-    const std::string_view dsp_version = text_of(fw_info->dsp_version);
-    if (!dsp_version.empty() && !contains(dsp_version, shipped.dsp_cochip)) {
-        MARLO_LOG(error, "dsp_cochip MIS-MATHCHED");
-        return -1;
+    switch (first_mismatch(*fw_info, shipped)) {
+        case VersionMismatch::apps:
+            MARLO_LOG(error, "crm_build_number MIS-MATHCHED");
+            return -1;
+        case VersionMismatch::bt:
+            MARLO_LOG(error, "btfw_cochip MIS-MATHCHED");
+            return -1;
+        case VersionMismatch::dsp:
+            MARLO_LOG(error, "dsp_cochip MIS-MATHCHED");
+            return -1;
+        case VersionMismatch::none:
+            break;
     }
     MARLO_LOG(error, "Marlo firmware versions are MATHCHED, skip fw_update");
     return 0;
@@ -101,7 +91,7 @@ int32_t marlo_fw_updater::is_psram_noflash(wear_firmware_info_t* fw_info) {
     if (!is_known(fw_info, __func__)) {
         return -1;
     }
-    if (contains(text_of(fw_info->apps_version), "NOFLASH_PSRAM")) {
+    if (names_no_flash_variant(*fw_info)) {
         MARLO_LOG(debug, "Found NOFLASH_PSRAM variant");
         return 0;
     }
