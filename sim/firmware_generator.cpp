@@ -25,8 +25,8 @@ namespace fs = std::filesystem;
 constexpr size_t kBootLoaderOffset = 12416;  // Partition_1_SBL_Offset below
 constexpr size_t kFlashImageSize = 120001;
 
-// Values that a Partition leaves out are those of the Partition before it: a partition without
-// image stands first, or has an empty Image_Path.
+// Values that a Partition leaves out are those of the Partition before it: none is left out but for
+// an image that neither has. A partition without image stands first, or has an empty Image_Path.
 constexpr const char* kPartitionTable = R"(<?xml version="1.0" encoding="utf-8"?>
 <!-- Generated: the flash of a virtual co-processor. -->
 <flash_layout>
@@ -61,7 +61,10 @@ constexpr const char* kPartitionTable = R"(<?xml version="1.0" encoding="utf-8"?
             </Partition>
             <Partition>
                 <Partition_Name>DSP_COPY</Partition_Name>
+                <img_id>8</img_id>
                 <Offset>1310720</Offset>
+                <size>65536</size>
+                <Image_Path></Image_Path>
             </Partition>
             <Partition>
                 <Partition_Name>MARKER</Partition_Name>

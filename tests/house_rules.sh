@@ -23,7 +23,7 @@ rule "The virtual co-processor includes nothing of the product" "$(
     git grep -nE '#include "(daemon|comhandler|glink|fwupdater|rma|wire|platform)/' -- sim
 )"
 rule "The product includes nothing of what tries it" "$(
-    git grep -nE '#include [<"](sim|sweep|fuzz|tests|bench|platform/scripted)/' -- \
+    git grep -nE '#include [<"](sim|sweep|fuzz|tests|bench|tools|platform/scripted)/' -- \
         "${product[@]}" 'platform/*.h' 'platform/*.cpp' ':!platform/scripted'
 )"
 rule "Rooms do not point backwards" "$(
