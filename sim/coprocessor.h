@@ -40,6 +40,7 @@ struct ImageProgress {
     std::string name;
     uint64_t done;  // bytes written to the flash
     uint64_t size;
+    uint64_t being_written = 0;  // bytes besides, of the fragment that the flash is taking
 };
 
 enum class Phase { kIdle, kErase, kImages, kFinished };

@@ -57,11 +57,11 @@ DaemonProcess::DaemonProcess(const std::filesystem::path& program,
                              const std::filesystem::path& root, const DaemonLimits& limits) {
     if (std::filesystem::is_directory(program)) {
         throw std::runtime_error("cannot execute the daemon " + program.string() +
-                                 ": it is a directory");
+                                 ": it is a directory; --daemon names the program");
     }
     if (access(program.c_str(), X_OK) != 0) {
         throw std::runtime_error("cannot execute the daemon " + program.string() + ": " +
-                                 std::strerror(errno));
+                                 std::strerror(errno) + "; --daemon names another one");
     }
     std::array<int, 2> pipe_ends;
     if (pipe2(pipe_ends.data(), O_CLOEXEC) != 0) {

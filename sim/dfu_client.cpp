@@ -124,14 +124,18 @@ void DfuClient::work(uint64_t bytes, bool erasing, std::function<void()> done) {
     }
     const Time now = reporter_.now();
     const uint64_t erased = status_.erase_done;
-    work_ = Work{now, now + duration, erased, erasing ? erased + bytes : erased, std::move(done)};
+    work_ = Work{now, now + duration, bytes, erasing, erased, std::move(done)};
     if (duration == Time::zero()) finish_work();
 }
 
 void DfuClient::finish_work() {
     if (!work_) return;
     const Work finished = *std::exchange(work_, std::nullopt);
-    status_.erase_done = finished.erased_after;
+    if (finished.erasing) {
+        status_.erase_done = finished.erased_before + finished.bytes;
+    } else {
+        status_.images[image_index_].being_written = 0;
+    }
     finished.done();
 }
 
@@ -140,9 +144,12 @@ void DfuClient::clock_moved() {
     if (work_->due <= reporter_.now()) return finish_work();
     const double part = static_cast<double>((reporter_.now() - work_->start).count()) /
                         static_cast<double>((work_->due - work_->start).count());
-    const uint64_t bytes = work_->erased_after - work_->erased_before;
-    status_.erase_done =
-        work_->erased_before + static_cast<uint64_t>(part * static_cast<double>(bytes));
+    const auto bytes = static_cast<uint64_t>(part * static_cast<double>(work_->bytes));
+    if (work_->erasing) {
+        status_.erase_done = work_->erased_before + bytes;
+    } else {
+        status_.images[image_index_].being_written = bytes;
+    }
 }
 
 std::optional<Time> DfuClient::next_deadline() const {

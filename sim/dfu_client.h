@@ -46,8 +46,9 @@ class DfuClient : public PacketChannel {
     struct Work {
         Time start;
         Time due;
-        uint64_t erased_before;  // bytes erased in all, before and after the work
-        uint64_t erased_after;
+        uint64_t bytes;
+        bool erasing;            // else it writes to the flash
+        uint64_t erased_before;  // bytes erased in all
         std::function<void()> done;
     };
 

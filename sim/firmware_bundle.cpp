@@ -37,7 +37,7 @@ std::optional<std::string> read_file(const fs::path& file, uint64_t limit, uint6
         const std::string others =
             already == 0 ? "" : " and " + std::to_string(already) + " of the images before it";
         throw FirmwareError(file.string() + ": " + std::to_string(size) + " bytes" + others +
-                            ", more than " + std::to_string(limit));
+                            ", more than the limit of " + std::to_string(limit));
     }
     std::ifstream stream(file, std::ios::binary);
     std::string bytes(static_cast<size_t>(size), '\0');

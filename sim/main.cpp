@@ -2,7 +2,6 @@
 // marlo-sim: runs the daemon against a virtual co-processor and judges it.
 #include <unistd.h>
 
-#include <cstdlib>
 #include <iostream>
 #include <memory>
 
@@ -11,6 +10,7 @@
 #include "sim/daemon_log.h"
 #include "sim/kill_trial.h"
 #include "sim/options.h"
+#include "sim/plain_errors.h"
 #include "sim/plain_output.h"
 #include "sim/screen.h"
 #include "sim/session.h"
@@ -44,11 +44,6 @@ void list_faults() {
     }
 }
 
-bool can_draw(int descriptor) {
-    const char* terminal = std::getenv("TERM");
-    return isatty(descriptor) && terminal && std::string_view(terminal) != "dumb";
-}
-
 std::unique_ptr<Display> make_display(const Options& options) {
     if (options.quiet) return std::make_unique<Display>();
     if (can_draw(STDOUT_FILENO)) return std::make_unique<Screen>(STDOUT_FILENO, options.scenario);
@@ -57,11 +52,16 @@ std::unique_ptr<Display> make_display(const Options& options) {
 
 // `name`: of what was run.
 int report(const std::string& name, const Verdict& verdict, int signal) {
-    if (verdict.outcome == Verdict::kPass) {
-        std::cout << "PASS " << name << std::endl;
-        return std::cout ? kPassed : kCannotRun;  // a verdict that nobody can read is none
+    const bool passed = verdict.outcome == Verdict::kPass;
+    std::cout << (passed ? "PASS " + name : "FAIL " + name + ": " + printable(verdict.why))
+              << std::endl;
+    if (!std::cout) {
+        std::cerr
+            << "marlo-sim: the verdict cannot be written to standard output, which is full or "
+               "closed; give it another file\n";
+        return kCannotRun;  // a verdict that nobody can read is none
     }
-    std::cout << "FAIL " << name << ": " << printable(verdict.why) << std::endl;
+    if (passed) return kPassed;
     return signal ? kSignalBase + signal : kFailed;
 }
 
@@ -80,6 +80,8 @@ int run_scenario(const Options& options, const Scenario& scenario) {
     Session::Result result;
     try {
         result = session->run();
+    } catch (const RecordError&) {
+        throw;  // whatever the daemon did, what was asked for is not there
     } catch (const std::exception& error) {
         result = {{Verdict::kFail, error.what()}};
     }
@@ -111,7 +113,8 @@ int run_trial(const Options& options) {
     TrialResult result = trial->run();
     tell_kept_root(options, trial->root());
     const std::string name = trial->name();
-    if (!result.signal) result.verdict.why += "; once more: ./dev run " + trial->command();
+    if (!result.signal)
+        result.verdict.why += "; once more: " + options.program + " " + trial->command();
     trial.reset();
     return report(name, result.verdict, result.signal);
 }
@@ -128,6 +131,7 @@ int run(const Options& options) {
 }  // namespace
 
 int main(int count, char** arguments) {
+    const PlainErrors plain_errors;
     const ParsedOptions parsed = parse_options(count, arguments);
     if (parsed.exit_status) return *parsed.exit_status;
     if (parsed.options.list) {

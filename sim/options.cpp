@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "sim/fuse_mount.h"
+#include "sim/shell_text.h"
 
 namespace fs = std::filesystem;
 
@@ -136,6 +137,10 @@ ParsedOptions parse_options(int count, char** arguments) {
     ParsedOptions parsed;
     Options& options = parsed.options;
     options.daemon = default_daemon();
+    if (count > 0) options.program = shell_word(arguments[0]);
+    for (int index = 1; index < count; ++index) {
+        options.command += (index > 1 ? " " : "") + shell_word(arguments[index]);
+    }
     bool no_daemon = false;
     CLI::App app("Runs the daemon against a virtual co-processor and judges it.", "marlo-sim");
     declare_common(app, options);
@@ -143,6 +148,7 @@ ParsedOptions parse_options(int count, char** arguments) {
     declare_trials(app, options);
     app.add_flag("--no-daemon", no_daemon,
                  "Print the line that starts the daemon, and wait for it");
+    app.set_version_flag("--version", "marlo-sim " MARLO_VERSION, "Print the version");
     app.require_subcommand(0, 1);
     try {
         app.parse(count, arguments);

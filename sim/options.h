@@ -17,6 +17,8 @@ enum class Mode { kScenario, kChaos, kKill, kSoak, kIdle };
 // The command line of marlo-sim.
 struct Options {
     Mode mode = Mode::kScenario;
+    std::string program = "marlo-sim";  // as it was called, as a shell takes it
+    std::string command;                // its arguments, likewise
     std::string scenario = "update";
     uint64_t seed = 1;                 // of a trial that chooses
     uint32_t seconds = 20;             // of chaos

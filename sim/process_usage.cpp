@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <string_view>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -50,6 +51,15 @@ std::optional<ProcessUsage> usage_of(pid_t process) {
         ++usage.descriptors;
     }
     return usage;
+}
+
+uint64_t peak_memory_of(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/status");
+    for (std::string line; std::getline(file, line);) {
+        constexpr std::string_view kName = "VmHWM:";
+        if (line.starts_with(kName)) return std::stoull(line.substr(kName.size())) * 1024;
+    }
+    return 0;
 }
 
 std::string usage_text(const ProcessUsage& usage) {

@@ -21,6 +21,9 @@ struct ProcessUsage {
 // None: there is no such process any more.
 std::optional<ProcessUsage> usage_of(pid_t process);
 
+// Bytes that were resident at most; 0: there is no such process any more.
+uint64_t peak_memory_of(pid_t process);
+
 // "3 threads, 9 descriptors, 8.12 MiB"
 std::string usage_text(const ProcessUsage& usage);
 

@@ -7,8 +7,16 @@ void ProgressTimes::event(const Event& event) {
     if (event.kind != EventKind::kPhase) return;
     const std::string phase = event.fields.value("phase", "");
     const uint32_t image = event.fields.value("image", uint32_t{0});
-    if (phase == "erase" && !erase_) erase_ = Span{event.time, std::nullopt};
-    if (phase == "session begins" && erase_) erase_->end = event.time;
+    if (phase == "erase") {
+        erase_ = Span{event.time, std::nullopt};
+        all_images_.reset();
+        images_.clear();
+    }
+    if (phase == "session begins") {
+        if (erase_) erase_->end = event.time;
+        all_images_ = Span{event.time, std::nullopt};
+    }
+    if (phase == "session ends" && all_images_) all_images_->end = event.time;
     if (phase == "image") images_[image] = Span{event.time, std::nullopt};
     if (phase == "image done" && images_.count(image)) images_[image].end = event.time;
 }

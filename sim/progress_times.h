@@ -9,7 +9,7 @@
 
 namespace sim {
 
-// When each part of a download began and ended, learned from the events.
+// When each part of the last download began and ended, learned from the events.
 class ProgressTimes : public Observer {
   public:
     struct Span {
@@ -21,9 +21,11 @@ class ProgressTimes : public Observer {
 
     std::optional<Span> erase() const { return erase_; }
     std::optional<Span> image(uint32_t id) const;
+    std::optional<Span> images() const { return all_images_; }
 
   private:
     std::optional<Span> erase_;
+    std::optional<Span> all_images_;
     std::map<uint32_t, Span> images_;
 };
 

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 #include <system_error>
 
 namespace sim {
@@ -25,11 +26,24 @@ std::string read_value(const std::filesystem::path& path) {
     return value;
 }
 
+[[noreturn]] void fail_to_watch() {
+    const int error = errno;
+    std::string why =
+        std::string("cannot watch the properties with inotify: ") + std::strerror(error);
+    if (error == EMFILE) {
+        const std::string most = read_value("/proc/sys/fs/inotify/max_user_instances");
+        why += " (the user has as many watches as fs.inotify.max_user_instances allows, " + most +
+               ", or the process as many files as `ulimit -n`); `sysctl"
+               " fs.inotify.max_user_instances=1024` as root allows more";
+    }
+    throw std::runtime_error(why);
+}
+
 }  // namespace
 
 PropertyFiles::PropertyFiles(const std::filesystem::path& root)
     : root_(root), watch_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-    if (watch_ < 0) throw std::system_error(errno, std::generic_category(), "inotify");
+    if (watch_ < 0) fail_to_watch();
     for (const char* directory : {kDirectory, kPersistentDirectory}) {
         const std::filesystem::path path = root_ / directory;
         std::filesystem::create_directories(path);

@@ -28,7 +28,8 @@ constexpr std::string_view kKept = "kept\n";
 constexpr const char* kContents[] = {"data", "dev", "run", "sys", "var", "vendor"};
 
 [[noreturn]] void fail(const fs::path& path, const std::string& what) {
-    throw RootError(path.string() + ": " + what);
+    throw RootError("cannot use the root " + path.string() + ": " + what +
+                    "; --root names another place");
 }
 
 bool lock(int file) {
@@ -53,18 +54,6 @@ bool unused(const fs::path& directory) {
         if (entry.path().filename() != kNewMarker) return false;
     }
     return true;
-}
-
-void sweep_one(const fs::path& path) {
-    if (!owned_by_this_user(path)) return;
-    const int marker = open((path / kMarker).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
-    if (marker < 0) return;
-    if (lock(marker)) {
-        unmount_below(path);
-        std::error_code ignored;
-        if (!marked_as_kept(marker)) fs::remove_all(path, ignored);
-    }
-    close(marker);
 }
 
 }  // namespace
@@ -153,8 +142,20 @@ void Root::remove_contents() {
 void Root::sweep() {
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(fs::temp_directory_path(error), error)) {
-        if (entry.path().filename().string().starts_with(kPrefix)) sweep_one(entry.path());
+        if (entry.path().filename().string().starts_with(kPrefix)) remove_left_over(entry.path());
     }
+}
+
+void Root::remove_left_over(const fs::path& root) {
+    if (!owned_by_this_user(root)) return;
+    const int marker = open((root / kMarker).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+    if (marker < 0) return;
+    if (lock(marker)) {
+        unmount_below(root);
+        std::error_code ignored;
+        if (!marked_as_kept(marker)) fs::remove_all(root, ignored);
+    }
+    close(marker);
 }
 
 }  // namespace sim

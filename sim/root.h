@@ -37,6 +37,8 @@ class Root {
     // Removes the roots in the directory for temporary files that a killed process of this user
     // left behind, and detaches their dead mounts.
     static void sweep();
+    // The same with one root, wherever it is.
+    static void remove_left_over(const std::filesystem::path& root);
 
   private:
     void make_own_directory();

@@ -66,8 +66,18 @@ std::string status_words(std::optional<uint32_t> status) {
     return status ? std::to_string(*status) : "none";
 }
 
-std::string differs(const char* what, const std::string& expected, const std::string& got) {
-    return "at the end " + std::string(what) + " expected " + expected + ", got " + got;
+// `why`: empty if it is so.
+Check fact(const std::string& words, const std::string& why) {
+    return {words, why.empty() ? Check::kMet : Check::kFailed, {}, why};
+}
+
+Check compared(const std::string& what, const std::string& expected, const std::string& got) {
+    const std::string why = "at the end " + what + " expected " + expected + ", got " + got;
+    return fact(what + " " + expected, expected == got ? "" : why);
+}
+
+Check moment(const std::string& words, std::optional<Time> time) {
+    return {words, time ? Check::kMet : Check::kNotMet, time, ""};
 }
 
 }  // namespace
@@ -107,7 +117,8 @@ Step Step::early(const char* expected) {
     return step;
 }
 
-Judge::Judge(const Scenario& scenario) : scenario_(scenario), logs_missing_(scenario.logs) {}
+Judge::Judge(const Scenario& scenario)
+    : scenario_(scenario), step_times_(scenario.steps.size()), log_times_(scenario.logs.size()) {}
 
 void Judge::event(const Event& event) {
     const nlohmann::json& fields = event.fields;
@@ -153,7 +164,7 @@ void Judge::happened(const std::string& words) {
     if (!failure_.empty()) return;
     for (size_t step = next_; step < scenario_.steps.size(); ++step) {
         if (step > next_ && !scenario_.steps[step].may_be_early) break;
-        if (expects(step, words)) return done(step);
+        if (expects(step, words)) return done(step, now_);
     }
     if (by_the_way(words)) return;
     failure_ = next_ == scenario_.steps.size()
@@ -166,19 +177,28 @@ bool Judge::expects(size_t step, const std::string& words) const {
     return !expected.stimulus && expected.words == words && early_.count(step) == 0;
 }
 
-void Judge::done(size_t step) {
+void Judge::done(size_t step, Time time) {
+    step_times_[step] = time;
     last_words_ = scenario_.steps[step].words;
     early_.insert(step);
     while (early_.erase(next_)) ++next_;
 }
 
 void Judge::logged(const std::string& line) {
-    const auto found =
-        std::find_if(logs_missing_.begin(), logs_missing_.end(),
-                     [&line](const std::string& log) { return line.find(log) != line.npos; });
-    if (found == logs_missing_.end()) return;
-    logs_missing_.erase(found);
-    last_progress_ = now_;
+    for (size_t log = 0; log < log_times_.size(); ++log) {
+        if (log_times_[log] || line.find(scenario_.logs[log]) == line.npos) continue;
+        log_times_[log] = last_progress_ = now_;
+        return;
+    }
+}
+
+size_t Judge::missing_log() const {
+    const auto missing = std::find(log_times_.begin(), log_times_.end(), std::nullopt);
+    return static_cast<size_t>(missing - log_times_.begin());
+}
+
+bool Judge::complete() const {
+    return next_ == scenario_.steps.size() && missing_log() == log_times_.size();
 }
 
 // None: the next step is none of the simulator's.
@@ -193,7 +213,7 @@ std::optional<Stimulus> Judge::take_stimulus(Time now) {
     if (!due || now < *due) return {};
     const Step& step = scenario_.steps[next_];
     stimuli_taken_.push_back(step.words);
-    done(next_);
+    done(next_, now);
     return step.stimulus;
 }
 
@@ -202,7 +222,8 @@ std::string Judge::waiting_for() const {
         const Step& step = scenario_.steps[next_];
         return (step.stimulus ? "nothing before " : "") + step.words + " after " + last_words_;
     }
-    if (!logs_missing_.empty()) return "the log line \"" + logs_missing_.front() + "\"";
+    const size_t missing = missing_log();
+    if (missing < scenario_.logs.size()) return "the log line \"" + scenario_.logs[missing] + "\"";
     return "nothing after " + last_words_;
 }
 
@@ -210,8 +231,9 @@ Verdict Judge::verdict(const Coprocessor& model, Time now) const {
     if (!model.failures().empty()) return {Verdict::kFail, model.failures().front()};
     if (!failure_.empty()) return {Verdict::kFail, failure_};
     if (!complete() || now < last_progress_ + scenario_.settle) return {Verdict::kRunning, ""};
-    const std::string wrong = wrong_end(model);
-    if (!wrong.empty()) return {Verdict::kFail, wrong};
+    for (const Check& check : end(model)) {
+        if (check.outcome != Check::kMet) return {Verdict::kFail, check.why};
+    }
     return {Verdict::kPass, ""};
 }
 
@@ -221,30 +243,48 @@ std::optional<Time> Judge::next_deadline() const {
     return last_progress_ + scenario_.settle;
 }
 
-std::string Judge::wrong_end(const Coprocessor& model) const {
+std::vector<Check> Judge::steps() const {
+    std::vector<Check> checks;
+    for (size_t step = 0; step < scenario_.steps.size(); ++step) {
+        checks.push_back(moment(scenario_.steps[step].words, step_times_[step]));
+    }
+    // What came instead of the step that it waits for, or after the last one.
+    if (failure_.empty()) return checks;
+    if (next_ == checks.size()) checks.push_back({"nothing more"});
+    checks[next_].outcome = Check::kFailed;
+    checks[next_].why = failure_;
+    return checks;
+}
+
+std::vector<Check> Judge::logs() const {
+    std::vector<Check> checks;
+    for (size_t log = 0; log < scenario_.logs.size(); ++log) {
+        checks.push_back(moment(scenario_.logs[log], log_times_[log]));
+    }
+    return checks;
+}
+
+std::vector<Check> Judge::end(const Coprocessor& model) const {
     const Status& status = model.status();
     const End& end = scenario_.end;
-    if (status.boot_mode != end.boot_mode) {
-        return differs("boot mode", boot_mode_name(end.boot_mode),
-                       boot_mode_name(status.boot_mode));
+    std::vector<Check> checks = {
+        compared("boot mode", boot_mode_name(end.boot_mode), boot_mode_name(status.boot_mode)),
+        compared("co-processor", running_words(end.running), running_words(status.running)),
+        compared("SPI bus", busy_words(end.spi_busy), busy_words(status.spi_busy)),
+        compared("boot status", status_words(end.boot_status), status_words(status.boot_status)),
+    };
+    if (end.rma_channel_open) {
+        const bool open = model.is_open(Channel::kRma) && !model.hung_up(Channel::kRma);
+        checks.push_back(compared("channel rma", "open", open ? "open" : "closed or hung up"));
     }
-    if (status.running != end.running) {
-        return differs("co-processor", running_words(end.running), running_words(status.running));
+    checks.push_back(fact("the wakelock is not held",
+                          status.wakelock_held ? "at the end the wakelock is still held" : ""));
+    if (end.flash_written) {
+        std::string why;
+        model.flash_matches(&why);
+        checks.push_back(fact("the flash holds the images, byte for byte", why));
     }
-    if (status.spi_busy != end.spi_busy) {
-        return differs("SPI bus", busy_words(end.spi_busy), busy_words(status.spi_busy));
-    }
-    if (status.boot_status != end.boot_status) {
-        return differs("boot status", status_words(end.boot_status),
-                       status_words(status.boot_status));
-    }
-    if (end.rma_channel_open && (!model.is_open(Channel::kRma) || model.hung_up(Channel::kRma))) {
-        return differs("channel rma", "open", "closed or hung up");
-    }
-    if (status.wakelock_held) return "at the end the wakelock is still held";
-    std::string why;
-    if (end.flash_written && !model.flash_matches(&why)) return why;
-    return "";
+    return checks;
 }
 
 }  // namespace sim

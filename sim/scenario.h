@@ -131,6 +131,15 @@ struct Verdict {
     std::string why;  // of a failure
 };
 
+// One thing that a session is judged by.
+struct Check {
+    enum Outcome { kMet, kFailed, kNotMet, kNotLookedAt };  // not met: it did not come to that
+    std::string words;
+    Outcome outcome = kNotLookedAt;
+    std::optional<Time> time = {};  // when it was met, where that is a moment
+    std::string why = {};           // it failed
+};
+
 class Judge : public Observer {
   public:
     explicit Judge(const Scenario& scenario);  // the scenario must outlive the judge
@@ -149,20 +158,27 @@ class Judge : public Observer {
     // For the message of a time-out: "load, after soft reset".
     std::string waiting_for() const;
 
+    // All that it looks at: the scenario's steps and lines of the log, and how things are now
+    // beside how they must be at the end.
+    std::vector<Check> steps() const;
+    std::vector<Check> logs() const;
+    std::vector<Check> end(const Coprocessor& model) const;
+
   private:
     void happened(const std::string& words);
     bool expects(size_t step, const std::string& words) const;
-    void done(size_t step);
+    void done(size_t step, Time time);
     std::optional<Time> stimulus_due() const;
     void logged(const std::string& line);
-    bool complete() const { return next_ == scenario_.steps.size() && logs_missing_.empty(); }
-    std::string wrong_end(const Coprocessor& model) const;
+    size_t missing_log() const;  // index of the first; their number: none is missing
+    bool complete() const;
 
     const Scenario& scenario_;
     size_t next_ = 0;         // index of the step that is expected next
     std::set<size_t> early_;  // indexes of steps behind it that have come already
+    std::vector<std::optional<Time>> step_times_;  // when each was done
+    std::vector<std::optional<Time>> log_times_;
     std::string last_words_ = "the start";
-    std::vector<std::string> logs_missing_;
     std::vector<std::string> stimuli_taken_;  // as "NAME=VALUE"
     std::string failure_;
     Time now_{0};  // of the last event

@@ -5,6 +5,7 @@
 
 #include "sim/display.h"
 #include "sim/screen_text.h"
+#include "sim/terminal.h"
 
 namespace sim {
 
@@ -13,23 +14,16 @@ class Screen : public Display {
   public:
     // `terminal`: a descriptor of one.
     Screen(int terminal, std::string scenario);
-    ~Screen() override;
 
     void event(const Event& event) override;
     void refresh(const Status& status, Time now) override;
-    void resized() override { size_changed_ = true; }
+    void resized() override { terminal_.resized(); }
     void finish(const Status& status, Time now, const Ending& ending) override;
 
   private:
-    void draw();
-    void write(std::string_view text);
-
-    int terminal_;
-    bool colour_;
-    bool size_changed_ = false;
-    bool cursor_hidden_ = false;
-    size_t drawn_rows_ = 0;
+    Terminal terminal_;
     std::optional<Time> drawn_at_;
+    ProgressMeter meter_;
     ScreenContent content_;
 };
 

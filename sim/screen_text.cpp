@@ -2,9 +2,9 @@
 #include "sim/screen_text.h"
 
 #include <algorithm>
-#include <array>
-#include <cmath>
 #include <cstdio>
+
+#include "sim/quantity_text.h"
 
 namespace sim {
 namespace {
@@ -20,34 +20,12 @@ struct Bar {
     uint64_t done;
     uint64_t total;
     std::optional<ProgressTimes::Span> span;
+    std::optional<double> rate = std::nullopt;  // bytes per second
+    std::optional<Time> remaining = std::nullopt;
 };
 
 double seconds(Time time) {
     return std::chrono::duration<double>(time).count();
-}
-
-// "1.2 MB"; three digits at most before the point.
-std::string bytes_text(double bytes) {
-    static constexpr std::array<const char*, 5> kUnits = {"B", "kB", "MB", "GB", "TB"};
-    size_t unit = 0;
-    while (bytes >= 999.95 && unit + 1 < kUnits.size()) {
-        bytes /= 1000;
-        ++unit;
-    }
-    char text[32];
-    std::snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", bytes, kUnits[unit]);
-    return text;
-}
-
-std::string minutes_text(double duration) {
-    const auto whole = std::lround(std::min(duration, 359999.0));  // 99 hours and more
-    char text[32];
-    if (whole >= 3600) {
-        std::snprintf(text, sizeof text, "%ldh%02ldm", whole / 3600, whole / 60 % 60);
-    } else {
-        std::snprintf(text, sizeof text, "%ld:%02ld", whole / 60, whole % 60);
-    }
-    return text;
 }
 
 std::string padded(std::string text, size_t columns) {
@@ -58,12 +36,11 @@ std::string padded(std::string text, size_t columns) {
 // Percentage, bytes, rate and the time that remains, in kFigureColumns.
 std::string figures(const Bar& bar, Time now) {
     const uint64_t percent = bar.total ? bar.done * 100 / bar.total : 100;
-    std::string rate, remaining;
-    if (bar.span && bar.done > 0) {
+    std::string rate = bar.rate ? bytes_text(*bar.rate) + "/s" : "";
+    std::string remaining = bar.remaining ? duration_text(*bar.remaining) + " left" : "";
+    if (!bar.rate && bar.span && bar.done > 0) {
         const double elapsed = seconds(bar.span->end.value_or(now) - bar.span->begin);
-        const double speed = static_cast<double>(bar.done) / std::max(elapsed, 1e-6);
-        rate = bytes_text(speed) + "/s";
-        remaining = minutes_text(static_cast<double>(bar.total - bar.done) / speed) + " left";
+        rate = bytes_text(static_cast<double>(bar.done) / std::max(elapsed, 1e-6)) + "/s";
     }
     if (bar.done == bar.total && bar.span && bar.span->end) remaining = "done";
     char text[160];
@@ -85,21 +62,50 @@ std::string bar_text(const Bar& bar, Time now, size_t columns) {
            std::string(width - filled, '-') + "]" + figures(bar, now);
 }
 
+// With the rate and the remaining time, if this is what moves at present.
+Bar moving_bar(const ScreenContent& content, Bar bar, const std::string& what) {
+    if (!content.progress || content.progress->what != what) return bar;
+    bar.rate = content.progress->rate;
+    bar.remaining = content.progress->remaining;
+    return bar;
+}
+
+// All images together: the one line that tells how long the download will take.
+Bar whole_download(const ScreenContent& content) {
+    Bar bar = {"all images", 0, 0, {}};
+    for (const ImageProgress& image : content.status.images) {
+        bar.done += image.done + image.being_written;
+        bar.total += image.size;
+    }
+    bar.span = content.times.images();
+    return moving_bar(content, bar, "images");
+}
+
+// The variant without flash has no use for a download.
+bool downloads(const Status& status) {
+    return status.phase != Phase::kIdle || (status.misc_data.empty() && !status.memory_total);
+}
+
 std::vector<Bar> bars_of(const ScreenContent& content) {
     const Status& status = content.status;
     std::vector<Bar> bars;
     for (const auto& [type, resource] : status.misc_data) {
-        bars.push_back({"misc " + resource.name, resource.done, resource.size, {}});
+        const std::string what = "misc data " + resource.name;
+        bars.push_back(
+            moving_bar(content, {"misc " + resource.name, resource.done, resource.size, {}}, what));
     }
     if (status.memory_total) {
-        bars.push_back({"remote memory", status.memory_done, status.memory_total, {}});
+        bars.push_back(moving_bar(content,
+                                  {"remote memory", status.memory_done, status.memory_total, {}},
+                                  "remote memory"));
     }
-    // The variant without flash has no use for a download.
-    if (!bars.empty() && status.phase == Phase::kIdle) return bars;
-    bars.push_back({"erase", status.erase_done, status.erase_total, content.times.erase()});
+    if (!downloads(status)) return bars;
+    bars.push_back(moving_bar(
+        content, {"erase", status.erase_done, status.erase_total, content.times.erase()}, "erase"));
     for (const ImageProgress& image : status.images) {
         const std::string name = std::to_string(image.id) + " " + printable(image.name);
-        bars.push_back({name, image.done, image.size, content.times.image(image.id)});
+        bars.push_back(
+            {name, image.done + image.being_written, image.size, content.times.image(image.id)});
     }
     return bars;
 }
@@ -146,6 +152,9 @@ std::vector<ScreenLine> render(const ScreenContent& content, ScreenSize size) {
     std::vector<ScreenLine> lines = {title(content, size.columns), state_line(content)};
     if (content.failed_checks) {
         lines.push_back({std::to_string(content.failed_checks) + " failed checks", Look::kError});
+    }
+    if (downloads(content.status)) {
+        lines.push_back({bar_text(whole_download(content), content.now, size.columns)});
     }
     const size_t taken = lines.size() + 1 + kLogRows;
     const size_t bar_rows = size.rows > taken + 1 ? size.rows - taken : 1;

@@ -8,6 +8,7 @@
 
 #include "sim/coprocessor.h"
 #include "sim/daemon_log.h"
+#include "sim/progress.h"
 #include "sim/progress_times.h"
 
 namespace sim {
@@ -17,6 +18,7 @@ struct ScreenContent {
     Time now{0};
     Status status;
     ProgressTimes times;
+    std::optional<Progress> progress;  // of what moves at present
     size_t failed_checks = 0;
     std::deque<LogLine> log;  // oldest first; as many as the highest terminal shows
 };

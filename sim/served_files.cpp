@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "sim/firmware_generator.h"
+#include "sim/shell_text.h"
 
 namespace fs = std::filesystem;
 
@@ -40,10 +41,23 @@ std::optional<Bytes> read_misc_data(const fs::path& file) {
     if (!fs::is_regular_file(file)) return {};
     if (fs::file_size(file) > kLargestMiscData) {
         throw FirmwareError(file.string() + ": " + std::to_string(fs::file_size(file)) +
-                            " bytes, more than " + std::to_string(kLargestMiscData));
+                            " bytes, more than the limit of " + std::to_string(kLargestMiscData) +
+                            "; --bt-firmware names others");
     }
     std::ifstream stream(file, std::ios::binary);
     return Bytes(std::istreambuf_iterator<char>(stream), {});
+}
+
+// By the name that an error message should tell.
+FirmwareBundle load_given_firmware(const fs::path& given, const fs::path& versions,
+                                   const PlatformFacts& platform) {
+    try {
+        return FirmwareBundle::load(given, versions, platform);
+    } catch (const FirmwareError& error) {
+        throw FirmwareError("cannot judge an update with --firmware " + given.string() + ": " +
+                            error.what() + "; `marlo-fw inspect " + shell_word(given) +
+                            "` shows what the daemon makes of it");
+    }
 }
 
 }  // namespace
@@ -60,12 +74,11 @@ FirmwareBundle provide_firmware(const Root& root, const Options& options, const 
     if (!start.flash_image) {
         throw std::runtime_error(
             "--firmware: the scenario takes flash.bin away, which it does "
-            "with generated images only");
+            "with generated images only; leave the option out");
     }
     const fs::path given = fs::canonical(*options.firmware);
     link_given_firmware(given, root);
-    // By the name that an error message should tell.
-    FirmwareBundle firmware = FirmwareBundle::load(given, versions, start.platform);
+    FirmwareBundle firmware = load_given_firmware(given, versions, start.platform);
     for (const std::string& note : firmware.notes) std::cerr << "marlo-sim: " << note << "\n";
     return firmware;
 }
@@ -84,7 +97,8 @@ MiscFiles provide_misc_data(const Root& root, const Options& options) {
     }
     if (files.empty()) {
         throw FirmwareError("--bt-firmware " + options.bt_firmware->string() +
-                            ": neither mrbtfw20.mbn nor mrnv20.bin is there");
+                            ": neither mrbtfw20.mbn nor mrnv20.bin is there; put in what is to "
+                            "be pushed");
     }
     return files;
 }

@@ -7,6 +7,7 @@
 
 #include "sim/backing_files.h"
 #include "sim/served_files.h"
+#include "sim/shell_text.h"
 
 namespace fs = std::filesystem;
 
@@ -16,7 +17,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::chrono::seconds kTimeout = 60s;  // many times the longest wait of the daemon, 15 s
-constexpr Time kBetweenRefreshes = 100ms;       // for clocks and rates when nothing happens
+constexpr Time kBetweenRefreshes = 50ms;        // for clocks and rates when nothing happens
 
 std::optional<Time> time_limit(const Options& options) {
     if (options.timeout) return std::chrono::seconds(*options.timeout);
@@ -44,13 +45,6 @@ Scenario visible_part(Scenario scenario, const Options& options) {
     return scenario;
 }
 
-// As a shell takes it back.
-std::string shell_quoted(const std::string& text) {
-    std::string quoted = "'";
-    for (const char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return quoted + "'";
-}
-
 }  // namespace
 
 Session::Session(const Options& options, const Scenario& scenario, SignalWatch& signals,
@@ -58,10 +52,10 @@ Session::Session(const Options& options, const Scenario& scenario, SignalWatch& 
     : options_(options),
       scenario_(visible_part(scenario, options)),
       display_(display),
+      recorders_(options),
       judge_(scenario_),
       patience_(time_limit(options)),
       machine_(options, signals, *this) {
-    if (options_.transcript) transcript_.emplace(*options_.transcript);
     misc_data_ = provide_misc_data(machine_.root(), options_);
     make_coprocessor();
     prepare_properties();
@@ -160,32 +154,70 @@ Verdict Session::verdict() {
     return verdict;
 }
 
-// What can be looked at only when the daemon writes no more.
-std::string Session::wrong_files() {
-    std::string why;
-    if (scenario_.end.misc_data && !coprocessor_->misc_data_matches(misc_data_, &why)) return why;
-    if (!scenario_.end.backing_files) return "";
-    machine_.end();
-    return difference(machine_.root().backing_directory(), coprocessor_->backing_files());
+// What can be looked at only when the daemon writes no more, and is, while nothing else has failed.
+std::vector<Check> Session::file_checks(bool look) {
+    const auto judged = [&look](const char* words, const std::string& why) -> Check {
+        if (!look) return {words, Check::kNotLookedAt, {}, ""};
+        return {words, why.empty() ? Check::kMet : Check::kFailed, {}, why};
+    };
+    std::vector<Check> checks;
+    if (scenario_.end.misc_data) {
+        std::string why;
+        if (look) coprocessor_->misc_data_matches(misc_data_, &why);
+        checks.push_back(judged("the co-processor has the misc data, byte for byte", why));
+        look = look && why.empty();
+    }
+    if (scenario_.end.backing_files) {
+        if (look) machine_.end();
+        const std::string why =
+            look ? difference(machine_.root().backing_directory(), coprocessor_->backing_files())
+                 : "";
+        checks.push_back(judged("the backing files hold its memory, byte for byte", why));
+    }
+    return checks;
+}
+
+// A run that has failed before its end need not have come that far.
+std::vector<Check> Session::state_checks(const Verdict& verdict) const {
+    std::vector<Check> checks = judge_.end(*coprocessor_);
+    const bool at_end = std::any_of(checks.begin(), checks.end(), [&verdict](const Check& check) {
+        return check.why == verdict.why;
+    });
+    if (verdict.outcome == Verdict::kPass || at_end) return checks;
+    for (Check& check : checks) {
+        if (check.outcome == Check::kFailed) check.outcome = Check::kNotMet;
+    }
+    return checks;
 }
 
 Session::Result Session::finish(Result result) {
-    const Time end = machine_.now();
+    Ending ending = {.name = scenario_.name,
+                     .description = scenario_.description,
+                     .command = options_.command,
+                     .interrupted = result.signal != 0,
+                     .time = machine_.now()};
     if (machine_.daemon_runs()) machine_.signal_daemon(SIGKILL);
-    if (result.verdict.outcome == Verdict::kPass) {
-        const std::string wrong = wrong_files();
-        if (!wrong.empty()) result.verdict = {Verdict::kFail, wrong};
+    if (recorders_.any()) ending.state = state_checks(result.verdict);
+    for (Check& check : file_checks(result.verdict.outcome == Verdict::kPass)) {
+        if (check.outcome == Check::kFailed) result.verdict = {Verdict::kFail, check.why};
+        ending.state.push_back(std::move(check));
     }
-    Display::Ending ending = {result.verdict.outcome == Verdict::kFail && !result.signal, {}};
-    if (ending.failed) ending.failures = coprocessor_->failures();
-    std::erase(ending.failures, result.verdict.why);
-    display_.finish(coprocessor_->status(), end, ending);
+    ending.steps = judge_.steps();
+    ending.logs = judge_.logs();
+    ending.verdict = result.verdict;
+    show(ending);
     note_idle_faults();
-    if (transcript_) transcript_->close();
+    recorders_.close(ending);
     return result;
 }
 
-// The command line's faults come first among all.
+void Session::show(const Ending& ending) {
+    Display::Ending shown = {ending.verdict.outcome == Verdict::kFail && !ending.interrupted, {}};
+    if (shown.failed) shown.failures = coprocessor_->failures();
+    std::erase(shown.failures, ending.verdict.why);
+    display_.finish(coprocessor_->status(), ending.time, shown);
+}
+
 void Session::note_idle_faults() const {
     const std::vector<bool>& struck = coprocessor_->faults().struck();
     for (size_t index = 0; index < options_.faults.size(); ++index) {
@@ -203,7 +235,7 @@ void Session::event(const Event& event) {
     judge_.event(event);
     if (event.kind == EventKind::kUevent)
         machine_.uevents().announce(event.fields.at("marlo_event"));
-    if (transcript_) transcript_->event(event);
+    recorders_.event(event);
     display_.event(event);
 }
 

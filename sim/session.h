@@ -11,8 +11,8 @@
 #include "sim/machine.h"
 #include "sim/options.h"
 #include "sim/patience.h"
+#include "sim/recorder.h"
 #include "sim/scenario.h"
-#include "sim/transcript.h"
 
 namespace sim {
 
@@ -21,7 +21,7 @@ namespace sim {
 class Session : private Observer, private Machine::Watcher {
   public:
     // Makes the root and the mounts; does not start the daemon yet. Throws RootError,
-    // FirmwareError, MountError or another std::runtime_error naming what is wrong.
+    // FirmwareError, MountError, RecordError or another std::runtime_error naming what is wrong.
     Session(const Options& options, const Scenario& scenario, SignalWatch& signals,
             Display& display);
 
@@ -33,7 +33,8 @@ class Session : private Observer, private Machine::Watcher {
         Verdict verdict;
         int signal = 0;  // not 0: the user ended the session with it, and the verdict is void
     };
-    // To be called once. Throws std::runtime_error if it cannot go on.
+    // To be called once. Throws std::runtime_error if it cannot go on, RecordError if what was to
+    // be written about it was not.
     Result run();
 
     const std::filesystem::path& root() const { return machine_.root().path(); }
@@ -49,15 +50,17 @@ class Session : private Observer, private Machine::Watcher {
     Time time_to_wait() const;
     void give_stimuli();
     Verdict verdict();
-    std::string wrong_files();
+    std::vector<Check> state_checks(const Verdict& verdict) const;
+    std::vector<Check> file_checks(bool look);
     Result finish(Result result);
+    void show(const Ending& ending);
     void note_idle_faults() const;
     void emit(EventKind kind, nlohmann::json fields);
 
     const Options& options_;
     Scenario scenario_;
     Display& display_;
-    std::optional<Transcript> transcript_;
+    Recorders recorders_;
     Judge judge_;
     Patience patience_;
     MiscFiles misc_data_;

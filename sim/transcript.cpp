@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/transcript.h"
 
-#include <stdexcept>
-
 namespace sim {
 
-Transcript::Transcript(const std::filesystem::path& file) : path_(file), file_(file) {
-    if (!file_) throw std::runtime_error("cannot write the transcript " + path_.string());
-}
+Transcript::Transcript(const std::filesystem::path& file)
+    : file_("transcript", "--transcript", file) {}
 
 void Transcript::event(const Event& event) {
     if (event.fields.contains("line")) return;
@@ -16,12 +13,11 @@ void Transcript::event(const Event& event) {
     line["kind"] = event_kind_name(event.kind);
     for (const auto& [name, value] : event.fields.items()) line[name] = value;
     // Texts come from the daemon: what is not UTF-8 in them is replaced, not refused.
-    file_ << line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+    file_.write(line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
 }
 
-void Transcript::close() {
+void Transcript::close(const Ending&) {
     file_.close();
-    if (!file_) throw std::runtime_error("cannot write the transcript " + path_.string());
 }
 
 }  // namespace sim

@@ -2,25 +2,22 @@
 #pragma once
 
 #include <filesystem>
-#include <fstream>
 
-#include "sim/event.h"
+#include "sim/record_file.h"
+#include "sim/recorder.h"
 
 namespace sim {
 
 // Writes each event as one line of JSON: "time" (seconds since the start), "kind", and the fields
 // that event.h lists for the kind. Lines of the daemon's log are left out.
-class Transcript : public Observer {
+class Transcript : public Recorder {
   public:
-    // Throws std::runtime_error if the file cannot be written.
     explicit Transcript(const std::filesystem::path& file);
     void event(const Event& event) override;
-    // Throws std::runtime_error if a line could not be written.
-    void close();
+    void close(const Ending& ending) override;
 
   private:
-    std::filesystem::path path_;
-    std::ofstream file_;
+    RecordFile file_;
 };
 
 }  // namespace sim

@@ -28,9 +28,8 @@ Trial::Trial(const Options& options, SignalWatch& signals, const Start& start)
     : options_(options),
       machine_(options, signals, *this),
       firmware_(provide_firmware(machine_.root(), options, start)),
-      misc_data_(provide_misc_data(machine_.root(), options)) {
-    if (options.transcript) transcript_.emplace(*options.transcript);
-}
+      misc_data_(provide_misc_data(machine_.root(), options)),
+      recorders_(options) {}
 
 TrialResult Trial::run() {
     TrialResult result = {{Verdict::kPass, ""}};
@@ -48,8 +47,14 @@ TrialResult Trial::run() {
         std::cout << "the last lines of the daemon's log:\n";
         for (const std::string& line : log_) std::cout << "    " << printable(line) << "\n";
     }
+    const Time end = now();
     machine_.end();
-    if (transcript_) transcript_->close();
+    recorders_.close({.name = name(),
+                      .description = "",
+                      .command = command(),
+                      .verdict = result.verdict,
+                      .interrupted = result.signal != 0,
+                      .time = end});
     return result;
 }
 
@@ -117,6 +122,7 @@ std::string Trial::property(const std::string& name) const {
 
 void Trial::daemon_logged(std::string line) {
     logged(line);
+    if (recorders_.any()) recorders_.event({now(), EventKind::kDaemon, {{"line", line}}});
     log_.push_back(std::move(line));
     if (log_.size() > kLogLines) log_.pop_front();
 }
@@ -138,7 +144,7 @@ void Trial::event(const Event& event) {
     if (event.kind == EventKind::kUevent) {
         machine_.uevents().announce(event.fields.at("marlo_event"));
     }
-    if (transcript_) transcript_->event(event);
+    recorders_.event(event);
     happened(event);
 }
 

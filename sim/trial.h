@@ -11,8 +11,8 @@
 #include <string>
 
 #include "sim/machine.h"
+#include "sim/recorder.h"
 #include "sim/scenario.h"
-#include "sim/transcript.h"
 
 namespace sim {
 
@@ -25,7 +25,7 @@ class Trial : protected Observer, private Machine::Watcher {
   public:
     // Prints its progress on standard output, unless the options say not to, and after a failure
     // the last lines of the daemon's log. To be called once. Throws what keeps the daemon from
-    // running: that is no failure of it.
+    // running: that is no failure of it; and RecordError.
     TrialResult run();
     virtual std::string name() const = 0;     // for the verdict
     virtual std::string command() const = 0;  // that does all of it once more
@@ -33,7 +33,7 @@ class Trial : protected Observer, private Machine::Watcher {
 
   protected:
     // Makes the root with the files that the device ships. Both must outlive the trial. Throws as
-    // Machine does, and FirmwareError.
+    // Machine does, FirmwareError and RecordError.
     Trial(const Options& options, SignalWatch& signals, const Start& start);
 
     // The procedure. Whatever goes wrong ends it by failed().
@@ -83,7 +83,7 @@ class Trial : protected Observer, private Machine::Watcher {
         using std::runtime_error::runtime_error;
     };
 
-    std::optional<Transcript> transcript_;
+    Recorders recorders_;
     std::map<std::string, uint64_t> phases_;
     std::map<std::string, std::string> properties_;
     std::deque<std::string> log_;  // its last lines

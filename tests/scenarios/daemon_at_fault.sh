@@ -16,7 +16,8 @@ expect_failure() { # WHAT TEXT COMMAND...
 printf '#!/bin/sh\nexec sleep 1000\n' >"$scratch/idle"
 printf '#!/bin/sh\nexit 3\n' >"$scratch/ends"
 chmod +x "$scratch/idle" "$scratch/ends"
-expect_failure "a daemon that does nothing" "" \
+expect_failure "a daemon that does nothing" \
+    "nothing has moved on for 1 s (--timeout), waiting for get boot mode" \
     "$MARLO_SIM" update --daemon "$scratch/idle" --timeout 1
 expect_failure "a daemon that ends" "3" "$MARLO_SIM" update --daemon "$scratch/ends"
 

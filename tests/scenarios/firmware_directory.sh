@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# An update from a directory of somebody's own: images of 0 bytes, 1 byte and 64 MiB; then a table
-# that cannot be served, which is an error that names it.
+# An update from a directory of somebody's own: images of 0 bytes, 1 byte and 64 MiB, values left out
+# and an id used twice; then a table that cannot be served, which is an error that names it.
 . "$(dirname "$0")/common.sh"
 need_fuse
 firmware=$scratch/firmware
@@ -23,6 +23,7 @@ partition() { # ID OFFSET SIZE NAME IMAGE ERASABLE
     partition 4 2097152 4096 ONE one.bin 0
     partition 5 16777216 67108864 LARGE large.bin 1
     partition 6 134217728 4096 SECOND_ONE one.bin 0
+    echo '<Partition><Offset>142606336</Offset></Partition>' # SECOND_ONE again, never asked for
     partition 7 138412032 0 NOWHERE empty.bin 0
     echo '</Partition_table></Bank_1></config>'
 } >"$firmware/partition_table.xml"

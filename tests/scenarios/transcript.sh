@@ -18,3 +18,8 @@ for name in DFU_SPCL_OPERATION_REQ MG_UPDT_REQ IMG_INFO_RESP SESSION_END_RESP; d
 done
 [ "$(count IMG_OFFSET_REQ)" -gt 10 ] || fail "hardly any fragment"
 [ "$(count IMG_OFFSET_REQ)" = "$(count IMG_OFFSET_RESP)" ] || fail "requests without answer"
+
+status=0
+simulate update --quiet --transcript /dev/full >"$scratch/output" 2>"$scratch/errors" || status=$?
+[ "$status" = 2 ] && grep -q 'cannot write the transcript /dev/full' "$scratch/errors" &&
+    ! grep -q PASS "$scratch/output" || fail "a transcript that cannot be written: exit $status"

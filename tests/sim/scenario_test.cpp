@@ -118,6 +118,29 @@ TEST(Judge, NamesWhatCameInsteadOfWhat) {
     EXPECT_EQ(why_after("update", {"load"}), "load while the SPI bus is not marked busy");
 }
 
+TEST(Judge, TellsOfEachThingWhetherItWasMet) {
+    Play play(*find_scenario("absent"));
+    const auto outcomes = [](const std::vector<Check>& checks) {
+        std::vector<Check::Outcome> all;
+        for (const Check& check : checks) all.push_back(check.outcome);
+        return all;
+    };
+    EXPECT_EQ(outcomes(play.judge.steps()), std::vector{Check::kNotMet});
+    EXPECT_EQ(outcomes(play.judge.logs()), std::vector{Check::kNotMet});
+    play.perform("exit 237");
+    play.log();
+    play.perform("a=1");
+    EXPECT_EQ(outcomes(play.judge.steps()), (std::vector{Check::kMet, Check::kFailed}));
+    EXPECT_EQ(play.judge.steps()[0].time, play.now);
+    EXPECT_EQ(play.judge.steps()[1].why, "expected nothing after exit 237, got a=1");
+    EXPECT_EQ(play.judge.logs()[0].time, play.now);
+    play.host.spi(true);
+    const std::vector<Check> end = play.judge.end(play.host.model);
+    EXPECT_EQ(outcomes(end),
+              (std::vector{Check::kMet, Check::kMet, Check::kFailed, Check::kMet, Check::kMet}));
+    EXPECT_EQ(end[2].why, "at the end SPI bus expected free, got busy");
+}
+
 TEST(Judge, StepOfAnotherThreadMayComeBeforeTheOneInFrontOfIt) {
     Scenario scenario = *find_scenario("host");
     scenario.logs.clear();

@@ -30,9 +30,11 @@ ScreenContent download() {
     content.status.images = {{3, "APPS", 2'000'000, 2'000'000},
                              {1, "flash.bin", 600'000, 1'200'000},
                              {2, "partition_1.bin", 0, 500}};
+    phase(content, 10s, "session begins", 0);
     phase(content, 10s, "image", 3);
     phase(content, 11s, "image done", 3);
     phase(content, 11s, "image", 1);
+    content.progress = Progress{"images", 2'600'000, 3'200'500, 400'000, 1500ms};
     content.log = {{'I', "tag", "first"}, {'E', "tag", "second"}};
     return content;
 }
@@ -49,9 +51,10 @@ TEST(Screen, ShowsADownloadInEightyColumns) {
         testing::ElementsAre(
             "marlo-sim update                                                          13.0 s",
             "boot mode HOST   running   SPI busy   boot status -   wakelock free",
+            "all images        [############---]  81%   2.6 MB/3.2 MB   400.0 kB/s 1.5 s left",
             "erase             [###############] 100%   4.1 kB/4.1 kB",
             "3 APPS            [###############] 100%   2.0 MB/2.0 MB     2.0 MB/s       done",
-            "1 flash.bin       [#######--------]  50% 600.0 kB/1.2 MB   300.0 kB/s  0:02 left",
+            "1 flash.bin       [#######--------]  50% 600.0 kB/1.2 MB   300.0 kB/s",
             "2 partition_1.bin [---------------]   0%      0 B/500 B", "the daemon's log",
             "I first", "E second"));
 }
@@ -95,13 +98,13 @@ TEST(Screen, FitsAnyTerminalWhateverIsToBeShown) {
 TEST(Screen, ShowsTheImageThatMovesAndSomeLogWhenThereAreTooManyImages) {
     ScreenContent content = download();
     content.status.images.clear();
+    phase(content, 1s, "erase", 0);
+    phase(content, 1s, "session begins", 0);
     for (uint32_t id = 10; id < 60; ++id) {
         content.status.images.push_back({id, "image", id < 40 ? 10u : 0u, 10});
         if (id <= 40) phase(content, 1s, "image", id);
         if (id < 40) phase(content, 2s, "image done", id);
     }
-    phase(content, 1s, "erase", 0);
-    phase(content, 1s, "session begins", 0);
     const std::vector<std::string> lines = texts(render(content, {80, 24}));
     EXPECT_THAT(lines, testing::Contains(StartsWith("40 image")));
     EXPECT_THAT(lines, testing::Contains("E second"));
