@@ -27,9 +27,19 @@ Machine::Machine(const Options& options, SignalWatch& signals, Watcher& watcher)
 
 Machine::~Machine() = default;
 
+void Machine::capture(const std::string& what, const FirmwareBundle& firmware) {
+    if (!options_.capture) return;
+    capture_.emplace(*options_.capture, what);
+    capture_->name_firmware(firmware);
+}
+
+void Machine::end_capture() {
+    if (capture_) capture_->close();
+}
+
 void Machine::mount(const Start& start, Device& device) {
-    device_ = &device;
-    files_ = std::make_unique<DeviceFs>(root_.path(), start, device);
+    device_ = capture_ ? &capture_->around(device) : &device;
+    files_ = std::make_unique<DeviceFs>(root_.path(), start, *device_);
 }
 
 void Machine::start_daemon(const DaemonLimits& limits) {

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "sim/capture/capture_file.h"
 #include "sim/daemon_process.h"
 #include "sim/device_fs.h"
 #include "sim/options.h"
@@ -41,6 +42,12 @@ class Machine {
     const Root& root() const { return root_; }
     PropertyFiles& properties() { return properties_; }
     UeventSocket& uevents() { return uevents_; }
+
+    // From now on all that is done to the devices to be mounted is written, if the options ask for
+    // it. `what`: the name of what is run. Throws RecordError.
+    void capture(const std::string& what, const FirmwareBundle& firmware);
+    // Throws RecordError if something could not be written.
+    void end_capture();
 
     // Shows the device files of `device`, which must outlive them. Throws MountError.
     void mount(const Start& start, Device& device);
@@ -83,6 +90,7 @@ class Machine {
     Root root_;
     PropertyFiles properties_;
     UeventSocket uevents_;
+    std::optional<CaptureFile> capture_;
     Device* device_ = nullptr;
     std::unique_ptr<DaemonProcess> daemon_;  // outlives the mounts that it uses
     std::unique_ptr<DeviceFs> files_;

@@ -3,6 +3,8 @@
 
 #include <CLI/CLI.hpp>
 #include <iostream>
+#include <map>
+#include <utility>
 
 #include "sim/fuse_mount.h"
 #include "sim/shell_text.h"
@@ -41,6 +43,9 @@ void declare_common(CLI::App& app, Options& options) {
     app.add_flag("--keep", options.keep, "Leave the root in place at the end");
     app.add_option("--daemon", options.daemon, "The daemon")->option_text("PATH");
     app.add_option("--transcript", options.transcript, "Write what happens, as lines of JSON")
+        ->option_text("FILE");
+    app.add_option("--capture", options.capture,
+                   "Write all commands and packets, as a network analyser reads them (pcapng)")
         ->option_text("FILE");
     app.add_flag("--quiet", options.quiet, "Print the last line only");
 }
@@ -131,6 +136,22 @@ void declare(CLI::App& app, Options& options) {
     app.add_flag("--list-faults", options.list_faults, "Show the faults for --fault");
 }
 
+// Each would write over what the other has written.
+void check_files(const Options& options) {
+    const std::pair<const char*, const std::optional<fs::path>*> files[] = {
+        {"--transcript", &options.transcript},
+        {"--capture", &options.capture}};
+    std::map<fs::path, std::string> taken;
+    for (const auto& [name, file] : files) {
+        if (!*file) continue;
+        const fs::path place = fs::absolute(**file).lexically_normal();
+        const auto [first, is_new] = taken.emplace(place, name);
+        if (is_new) continue;
+        throw CLI::ValidationError(first->second + " and " + name,
+                                   (*file)->string() + " for both; give each a file of its own");
+    }
+}
+
 }  // namespace
 
 ParsedOptions parse_options(int count, char** arguments) {
@@ -157,6 +178,7 @@ ParsedOptions parse_options(int count, char** arguments) {
                 options.scenario + " " + app.get_subcommands()[0]->get_name(),
                 "a scenario or a trial, not both");
         }
+        check_files(options);
         options.start_daemon = !no_daemon;
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) std::cerr << "marlo-sim: ";

@@ -36,6 +36,7 @@ struct Options {
     std::filesystem::path daemon;
     bool start_daemon = true;
     std::optional<std::filesystem::path> transcript;
+    std::optional<std::filesystem::path> capture;
     std::optional<unsigned> timeout;  // seconds
     std::vector<FaultRequest> faults;
     bool list = false;

@@ -64,6 +64,7 @@ Session::Session(const Options& options, const Scenario& scenario, SignalWatch& 
 
 void Session::make_coprocessor() {
     FirmwareBundle firmware = provide_firmware(machine_.root(), options_, scenario_.start);
+    machine_.capture(scenario_.name, firmware);
     Behaviour behaviour = behaviour_for(scenario_, firmware);
     behaviour.faults.insert(behaviour.faults.begin(), options_.faults.begin(),
                             options_.faults.end());
@@ -208,6 +209,7 @@ Session::Result Session::finish(Result result) {
     show(ending);
     note_idle_faults();
     recorders_.close(ending);
+    machine_.end_capture();
     return result;
 }
 

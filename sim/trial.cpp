@@ -33,6 +33,7 @@ Trial::Trial(const Options& options, SignalWatch& signals, const Start& start)
 
 TrialResult Trial::run() {
     TrialResult result = {{Verdict::kPass, ""}};
+    machine_.capture(name(), firmware_);
     try {
         perform();
     } catch (const Interrupted& interrupted) {
@@ -55,6 +56,7 @@ TrialResult Trial::run() {
                       .verdict = result.verdict,
                       .interrupted = result.signal != 0,
                       .time = end});
+    machine_.end_capture();
     return result;
 }
 

@@ -6,9 +6,11 @@
 need_fuse
 
 chaos() { # SEED EPISODES TEXT
-    simulate chaos --seed "$1" --episodes "$2" | tee "$scratch/output" || fail "seed $1: exit status $?"
+    simulate chaos --seed "$1" --episodes "$2" \
+        ${MARLO_CAPTURES:+--capture "$MARLO_CAPTURES/chaos.pcapng"} | tee "$scratch/output" ||
+        fail "seed $1: exit status $?"
     [ "$(tail -n 1 "$scratch/output")" = "PASS chaos (seed $1)" ] || fail "seed $1: no PASS"
     grep -q "$3" "$scratch/output" || fail "seed $1: no line with '$3'"
 }
-chaos 5 3 "3 episodes, and the daemon ended [1-9][0-9]* times as it had to"
 chaos 16 3 "rma: answer: "
+chaos 5 3 "3 episodes, and the daemon ended [1-9][0-9]* times as it had to"
