@@ -65,6 +65,14 @@ int report(const std::string& name, const Verdict& verdict, int signal) {
     return signal ? kSignalBase + signal : kFailed;
 }
 
+void tell_next_step(const Options& options, const Session::Result& result) {
+    if (result.verdict.outcome == Verdict::kPass || result.signal || options.quiet) return;
+    std::cerr << "marlo-sim: "
+              << (options.report ? "the page " + options.report->string()
+                                 : "the same command with --report FILE.html")
+              << " shows what led to this\n";
+}
+
 void tell_kept_root(const Options& options, const std::filesystem::path& root) {
     if (options.keep) std::cerr << "the root is kept: " << root.string() << std::endl;
 }
@@ -87,6 +95,7 @@ int run_scenario(const Options& options, const Scenario& scenario) {
     }
     tell_kept_root(options, session->root());
     session.reset();
+    tell_next_step(options, result);
     return report(options.scenario, result.verdict, result.signal);
 }
 

@@ -47,6 +47,10 @@ void declare_common(CLI::App& app, Options& options) {
     app.add_option("--capture", options.capture,
                    "Write all commands and packets, as a network analyser reads them (pcapng)")
         ->option_text("FILE");
+    app.add_option("--report", options.report, "Write what happens, as a page for a browser")
+        ->option_text("FILE");
+    app.add_option("--trace", options.trace, "Write what happens, as a trace for a trace viewer")
+        ->option_text("FILE");
     app.add_flag("--quiet", options.quiet, "Print the last line only");
 }
 
@@ -140,7 +144,9 @@ void declare(CLI::App& app, Options& options) {
 void check_files(const Options& options) {
     const std::pair<const char*, const std::optional<fs::path>*> files[] = {
         {"--transcript", &options.transcript},
-        {"--capture", &options.capture}};
+        {"--capture", &options.capture},
+        {"--report", &options.report},
+        {"--trace", &options.trace}};
     std::map<fs::path, std::string> taken;
     for (const auto& [name, file] : files) {
         if (!*file) continue;

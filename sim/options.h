@@ -37,6 +37,8 @@ struct Options {
     bool start_daemon = true;
     std::optional<std::filesystem::path> transcript;
     std::optional<std::filesystem::path> capture;
+    std::optional<std::filesystem::path> report;
+    std::optional<std::filesystem::path> trace;
     std::optional<unsigned> timeout;  // seconds
     std::vector<FaultRequest> faults;
     bool list = false;

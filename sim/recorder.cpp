@@ -3,12 +3,16 @@
 
 #include <optional>
 
+#include "sim/report/report.h"
+#include "sim/report/trace_events.h"
 #include "sim/transcript.h"
 
 namespace sim {
 
 Recorders::Recorders(const Options& options) {
     if (options.transcript) recorders_.push_back(std::make_unique<Transcript>(*options.transcript));
+    if (options.report) recorders_.push_back(std::make_unique<Report>(*options.report));
+    if (options.trace) recorders_.push_back(std::make_unique<TraceEvents>(*options.trace));
 }
 
 void Recorders::event(const Event& event) {

@@ -44,7 +44,7 @@ answers 2 "no scenario nothing" "--list shows" -- nothing
 answers 2 "no scenario  [31mred" "--list shows" -- $'\e[31mred'
 answers 2 "--firmware" "/ [31mred" -- update --firmware $'/\e[31mred'
 answers 2 'no fault "nothing"' "--list-faults shows" -- update --fault nothing
-answers 1 "expected load after soft reset; got load fails" "FAIL update: " -- \
+answers 1 "expected load after soft reset; got load fails" "--report FILE.html" "FAIL update: " -- \
     update --fault flash-load-fails@1 --flash-rate 1000000 "${own[@]}"
 
 status=0
