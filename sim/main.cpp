@@ -9,6 +9,7 @@
 #include "sim/chaos/idle_trial.h"
 #include "sim/daemon_log.h"
 #include "sim/kill_trial.h"
+#include "sim/lab/lab.h"
 #include "sim/options.h"
 #include "sim/plain_errors.h"
 #include "sim/plain_output.h"
@@ -99,6 +100,22 @@ int run_scenario(const Options& options, const Scenario& scenario) {
     return report(options.scenario, result.verdict, result.signal);
 }
 
+int run_lab(const Options& options, const Scenario& scenario) {
+    SignalWatch signals;
+    Root::sweep();
+    const std::string name = options.scenario + " on " + devices_text(*options.devices);
+    Lab::Result result;
+    {
+        const std::unique_ptr<LabDisplay> display = make_lab_display(options, name);
+        result = Lab(options, scenario, signals, *display).run();
+    }
+    if (result.verdict.outcome != Verdict::kPass && !result.signal && !options.quiet) {
+        std::cerr << "marlo-sim: --report FILE.html instead of --devices shows what leads to this "
+                     "on one device\n";
+    }
+    return report(name, result.verdict, result.signal);
+}
+
 std::unique_ptr<Trial> make_trial(const Options& options, SignalWatch& signals) {
     switch (options.mode) {
         case Mode::kChaos:
@@ -131,7 +148,7 @@ int run_trial(const Options& options) {
 int run(const Options& options) {
     if (options.mode != Mode::kScenario) return run_trial(options);
     if (const Scenario* scenario = find_scenario(options.scenario)) {
-        return run_scenario(options, *scenario);
+        return options.devices ? run_lab(options, *scenario) : run_scenario(options, *scenario);
     }
     std::cerr << "marlo-sim: no scenario " << options.scenario << "; --list shows them\n";
     return kCannotRun;

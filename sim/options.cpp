@@ -19,6 +19,7 @@ constexpr uint32_t kFragmentHeader = 28;
 constexpr uint32_t kLargestFragment = kLargestTransfer - kFragmentHeader;
 constexpr uint64_t kHighestRate = 1'000'000'000'000;  // far above any flash, far below an overflow
 constexpr unsigned kMostTimes = 1'000'000;
+constexpr unsigned kMostDevices = 1000;  // what an ordinary machine takes in a minute or two
 constexpr unsigned kLongestTimeout = 7 * 24 * 3600;  // seconds
 
 // Where an installation has it, else where the build tree has it.
@@ -131,6 +132,10 @@ void declare(CLI::App& app, Options& options) {
            "Something that goes wrong; may be given several times, --list-faults shows them")
         ->allow_extra_args(false)
         ->option_text("NAME[@N][:VALUE]");
+    app.add_option("--devices", options.devices,
+                   "Run so many devices at once, each with a daemon of its own")
+        ->check(CLI::Range(1u, kMostDevices))
+        ->option_text("NUMBER");
     app.add_option("--timeout", options.timeout,
                    "Fail when nothing has moved on for so long, once the daemon has begun (60; "
                    "none with --no-daemon)")
@@ -155,6 +160,23 @@ void check_files(const Options& options) {
         if (is_new) continue;
         throw CLI::ValidationError(first->second + " and " + name,
                                    (*file)->string() + " for both; give each a file of its own");
+    }
+}
+
+// What is about one device or about a trial is refused for many.
+void check_devices(const CLI::App& app, const Options& options) {
+    if (!options.devices) return;
+    const std::string devices = "--devices " + std::to_string(*options.devices);
+    if (!app.get_subcommands().empty()) {
+        throw CLI::ValidationError(devices, "not with the trial " +
+                                                app.get_subcommands()[0]->get_name() +
+                                                ": only a scenario runs on many devices");
+    }
+    for (const char* name : {"--capture", "--no-daemon", "--report", "--trace", "--transcript"}) {
+        const CLI::Option* option = app.get_option_no_throw(name);
+        if (!option || option->count() == 0) continue;
+        throw CLI::ValidationError(
+            devices, std::string("not with ") + name + ", which is for one device only");
     }
 }
 
@@ -184,6 +206,7 @@ ParsedOptions parse_options(int count, char** arguments) {
                 options.scenario + " " + app.get_subcommands()[0]->get_name(),
                 "a scenario or a trial, not both");
         }
+        check_devices(app, options);
         check_files(options);
         options.start_daemon = !no_daemon;
     } catch (const CLI::ParseError& error) {

@@ -20,6 +20,7 @@ struct Options {
     std::string program = "marlo-sim";  // as it was called, as a shell takes it
     std::string command;                // its arguments, likewise
     std::string scenario = "update";
+    std::optional<uint32_t> devices;   // at once; none: one, in this process
     uint64_t seed = 1;                 // of a trial that chooses
     uint32_t seconds = 20;             // of chaos
     std::optional<uint32_t> episodes;  // of chaos, instead
