@@ -22,12 +22,15 @@ constexpr unsigned kMostTimes = 1'000'000;
 constexpr unsigned kMostDevices = 1000;  // what an ordinary machine takes in a minute or two
 constexpr unsigned kLongestTimeout = 7 * 24 * 3600;  // seconds
 
-// Where an installation has it, else where the build tree has it.
+// Beside this program, where an installation has it, else where the build tree has it.
 fs::path default_daemon() {
     std::error_code ignored;
     const fs::path here = fs::read_symlink("/proc/self/exe", ignored).parent_path();
-    const fs::path beside = here / "marlo_daemon";
-    return fs::exists(beside, ignored) ? beside : (here / MARLO_SIM_DAEMON).lexically_normal();
+    for (const char* known : {"marlo_daemon", MARLO_SIM_INSTALLED_DAEMON}) {
+        fs::path daemon = (here / known).lexically_normal();
+        if (fs::exists(daemon, ignored)) return daemon;
+    }
+    return (here / MARLO_SIM_DAEMON).lexically_normal();
 }
 
 void add_fault(Options& options, const std::string& text) {
