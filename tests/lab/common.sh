@@ -15,8 +15,19 @@ children_of() { # PROCESS
     cat "/proc/$1/task/$1/children"
 }
 
-# Starts it in the background, and goes on when all devices download: `lab` is its process, `devices`
-# are theirs, in order, `output` is what it prints from then on.
+daemon_of() { # DEVICE
+    children_of "$1" | tr -d ' '
+}
+
+all_have_daemons() { # DEVICE...
+    local device
+    for device in "$@"; do
+        [ -n "$(daemon_of "$device")" ] || return 1
+    done
+}
+
+# Starts it in the background, and goes on when all devices have a daemon, and some download: `lab` is
+# its process, `devices` are theirs, in order, `output` is what it prints from then on.
 start_lab() { # OPTION...
     local line
     rm -f "$scratch/pipe"
@@ -25,9 +36,10 @@ start_lab() { # OPTION...
     lab=$!
     exec {output}<"$scratch/pipe"
     while read -r line <&"$output"; do
-        case $line in *"progress: "[1-9]*) break ;; esac
+        [[ $line = *"progress: "[1-9]* ]] || continue
+        read -ra devices <<<"$(children_of "$lab")"
+        if all_have_daemons "${devices[@]}"; then break; fi
     done
-    read -ra devices <<<"$(children_of "$lab")"
 }
 
 # Its verdict is in `status`, the rest of its output in $scratch/output.

@@ -10,7 +10,7 @@ ended_by() {
     local daemons=() device process
     start_lab --devices 8 --flash-rate 5000
     [ ${#devices[@]} = 8 ] || fail "not eight devices: ${devices[*]}"
-    for device in "${devices[@]}"; do daemons+=("$(children_of "$device" | tr -d ' ')"); done
+    for device in "${devices[@]}"; do daemons+=("$(daemon_of "$device")"); done
     kill -s "$1" "$lab"
     await_lab
     [ "$status" = "$2" ] || fail "SIG$1: exit status $status"

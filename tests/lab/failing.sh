@@ -40,8 +40,8 @@ grep -q 'rma-crc-wrong found no occasion (3 devices)' "$scratch/errors" || fail 
 
 # One is killed, and the daemon of another: the third one passes. Nothing of them stays.
 root=$scratch/root
-start_lab --devices 3 --root "$root" --flash-rate 500000
-kill -9 "${devices[0]}" "$(children_of "${devices[1]}" | tr -d ' ')"
+start_lab --devices 3 --root "$root" --flash-rate 200000
+kill -9 "${devices[0]}" "$(daemon_of "${devices[1]}")"
 await_lab
 [ "$status" = 1 ] || fail "killed devices: exit status $status"
 grep -q 'device 1 failed after .*: its virtual co-processor was ended by SIGKILL' "$scratch/output" ||

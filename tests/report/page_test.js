@@ -101,15 +101,16 @@ async function transfersHaveRates(browser) {
 async function zoomsAndPans(browser) {
   const page = await open(browser, "update", { viewport: LAPTOP });
   const whole = await shown(page);
+  const wholeRange = await range(page);
   const box = await page.locator(".lane.protocol .track").first().boundingBox();
   await page.mouse.move(box.x + box.width * 0.4, box.y + 8);
   await page.mouse.wheel(0, -600);
   await page.waitForFunction((text) => document.getElementById("range").textContent !== text,
-                             `0.00 s \u2013 ${whole.toFixed(2)} s`);
+                             wholeRange);
   assert.ok(await shown(page) < whole / 2, "the wheel zooms in");
   await page.locator(".lane").first().focus();
   await page.keyboard.press("0");
-  assert.strictEqual(await shown(page), whole);
+  assert.strictEqual(await range(page), wholeRange);
   for (let i = 0; i < 5; ++i) await page.keyboard.press("+");
   const close = await range(page);
   assert.ok(await shown(page) < whole / 2, "+ zooms in");
@@ -127,7 +128,8 @@ async function zoomsAndPans(browser) {
   await page.locator("#whole").click();
   await page.locator("#fold").uncheck();
   assert.strictEqual(await page.locator(".fold").count(), 0);
-  assert.ok(Math.abs(await shown(page) - whole) < 0.1, "still the whole run");
+  const part = await page.evaluate(() => document.getElementById("window").style.width);
+  assert.strictEqual(part, "100%", "still the whole run");
   assert.deepStrictEqual(page.complaints, []);
   await page.context().close();
 }
@@ -150,8 +152,12 @@ async function tellsWhatIsPointedAtOrFocused(browser) {
   await commands.focus();
   await page.keyboard.press(".");
   assert.match(await details(page), /get boot mode FLASH/);
-  await page.keyboard.press(".");
-  assert.match(await details(page), /set boot mode FLASH/);
+  // How many are drawn as one is a matter of how fast the machine was.
+  let steps = 1;
+  for (; steps < 40 && !(await details(page)).includes("set boot mode FLASH"); ++steps) {
+    await page.keyboard.press(".");
+  }
+  assert.ok(steps > 1 && steps < 40, `${steps} steps`);
   await page.keyboard.press("+");
   assert.match(await page.evaluate(() => document.activeElement.className), /thing/,
                "zooming keeps the focus");
