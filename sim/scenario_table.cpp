@@ -245,7 +245,7 @@ std::vector<Scenario> failing_downloads() {
              course({kAskFlash,
                      kSwitchToHost,
                      kSessionBegins,
-                     {"session cancelled", Restart{300ms, 500ms}, "vendor.marlo.boot_complete=0",
+                     {"session cancelled", Restart{300ms, 1s}, "vendor.marlo.boot_complete=0",
                       "vendor.marlo.boot_complete=1", Step::early("state CANCEL_UPDATE_REQ")}}),
          .logs = {"handleDFUResponse: Received CANCEL_UPDT_REQ"},
          .end = kLeftInHostMode},

@@ -3,6 +3,7 @@
 # Rules of the house that no compiler checks. Prints each line that breaks one; exit status 1 then.
 set -uo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+git rev-parse --is-inside-work-tree >/dev/null || exit 2 # without it every rule would seem kept
 status=0
 
 rule() { # TEXT LINES

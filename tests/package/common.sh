@@ -8,6 +8,10 @@ fail() {
     exit 1
 }
 
+# Programs of the language that the caller has chosen warn where it is not installed; what the system's
+# owner uses need not be in everybody's path.
+export LC_ALL=C.UTF-8 PATH=$PATH:/usr/sbin:/sbin
+
 need() { # PROGRAM...
     local program
     for program in "$@"; do
@@ -16,6 +20,13 @@ need() { # PROGRAM...
             exit 77
         }
     done
+}
+
+need_packages() { # DIRECTORY
+    [ -n "$(find "$1" -name '*.deb' 2>/dev/null)" ] || {
+        echo "SKIPPED: nothing could be packed"
+        exit 77
+    }
 }
 
 scratch=$(mktemp -d /tmp/marlo-package-XXXXXX)

@@ -4,6 +4,7 @@
 # directories, may be installed once more, and leave nothing behind when they are purged.
 . "$(dirname "$0")/common.sh"
 need dpkg systemd-sysusers systemd-tmpfiles systemd-analyze deb-systemd-helper
+need_packages "$1"
 if [ "$(id -u)" != 0 ]; then
     need fakeroot
     exec fakeroot -- "$0" "$@"

@@ -3,6 +3,7 @@
 # Nobody finds a fault with the packages in the directory $1, nor with the pages of the manual.
 . "$(dirname "$0")/common.sh"
 need lintian mandoc man
+need_packages "$1"
 
 findings=$(lintian --allow-root --fail-on error,warning --info "$1"/*.deb 2>&1) || fail "$findings"
 [ -z "$findings" ] || fail "$findings"

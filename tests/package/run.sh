@@ -4,6 +4,7 @@
 # came with it, and that passes; Wireshark shows what was captured.
 . "$(dirname "$0")/common.sh"
 need dpkg-deb
+need_packages "$1"
 
 for package in "$1"/*.deb; do dpkg-deb --extract "$package" "$scratch/root"; done
 version=$(dpkg-deb --field "$1"/marlo-tools_*.deb Version)

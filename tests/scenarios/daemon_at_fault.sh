@@ -19,7 +19,7 @@ chmod +x "$scratch/idle" "$scratch/ends"
 expect_failure "a daemon that does nothing" \
     "nothing has moved on for 1 s (--timeout), waiting for get boot mode" \
     "$MARLO_SIM" update --daemon "$scratch/idle" --timeout 1
-expect_failure "a daemon that ends" "3" "$MARLO_SIM" update --daemon "$scratch/ends"
+expect_failure "a daemon that ends" "got exit 3" "$MARLO_SIM" update --daemon "$scratch/ends"
 
 # What the daemon seems to have done wrong is done behind its back.
 meddling() { # LINE COMMAND...: once a line of the output contains LINE

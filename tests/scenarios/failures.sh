@@ -59,7 +59,7 @@ answers 0 "progress: images" "PASS update" -- update --flash-rate 500000 "${own[
 
 # On a terminal NO_COLOR takes the colours away, and the picture stays.
 on_terminal() { # [NAME=VALUE...]
-    env -u NO_COLOR TERM=xterm "$@" script -qec "'$MARLO_SIM' update --daemon '$MARLO_DAEMON'" /dev/null \
+    env -u NO_COLOR TERM=xterm SHELL=/bin/sh "$@" script -qec "'$MARLO_SIM' update --daemon '$MARLO_DAEMON'" /dev/null \
         >"$scratch/picture" </dev/null
 }
 colour=$'\e\\[[0-9;]*m'

@@ -8,7 +8,7 @@ transcript=$scratch/transcript
 simulate update --quiet --transcript "$transcript" >"$scratch/output" || fail "$(cat "$scratch/output")"
 
 ! grep -vE '^\{"time":[0-9.e-]+,"kind":"[a-z]+",.*\}$' "$transcript" || fail "not a line of JSON"
-cut -d: -f2 "$transcript" | cut -d, -f1 | sort -g -c || fail "times go backwards"
+cut -d: -f2 "$transcript" | cut -d, -f1 | LC_ALL=C sort -g -c || fail "times go backwards"
 for kind in ioctl packet property sysfs state; do
     grep -q "\"kind\":\"$kind\"" "$transcript" || fail "no line of kind $kind"
 done
