@@ -29,6 +29,14 @@ bool is_number(std::string_view word) {
     return !word.empty() && word.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
+// What a runtime says before it ends the program: never the rest of a message.
+bool tells_of_an_end(std::string_view line) {
+    for (const char* words : {"error", "ERROR", "***", "terminate", "abort", "Assert", "()"}) {
+        if (line.find(words) != std::string_view::npos) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 LogLine parse_log_line(std::string_view line) {
@@ -45,6 +53,13 @@ LogLine parse_log_line(std::string_view line) {
     }
     if (!rest.empty()) rest.remove_prefix(1);
     return {priority.front(), std::string(tag), std::string(rest)};
+}
+
+LogLine LogParser::parse(std::string_view line) {
+    LogLine parsed = parse_log_line(line);
+    const LogLine before = std::exchange(before_, parsed);
+    if (parsed.priority != '?' || before.priority == '?' || tells_of_an_end(line)) return parsed;
+    return {before.priority, before.tag, parsed.text};
 }
 
 std::vector<std::string> LineSplitter::add(std::string_view piece) {

@@ -19,6 +19,16 @@ struct LogLine {
 
 LogLine parse_log_line(std::string_view line);
 
+// The same for the lines of one daemon in order. A message may hold a line feed: the line behind it
+// is then the rest of it, with its tag and priority.
+class LogParser {
+  public:
+    LogLine parse(std::string_view line);
+
+  private:
+    LogLine before_;
+};
+
 // Cuts what arrives in pieces into lines.
 class LineSplitter {
   public:

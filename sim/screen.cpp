@@ -20,7 +20,7 @@ void Screen::event(const Event& event) {
     meter_.event(event);
     if (event.kind == EventKind::kCheck) ++content_.failed_checks;
     if (!event.fields.contains("line")) return;
-    LogLine line = parse_log_line(event.fields["line"].get_ref<const std::string&>());
+    LogLine line = parser_.parse(event.fields["line"].get_ref<const std::string&>());
     // Formats that end in a newline leave an empty line behind.
     if (line.text.find_first_not_of(" \t") == std::string::npos) return;
     content_.log.push_back(std::move(line));

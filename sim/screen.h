@@ -24,6 +24,7 @@ class Screen : public Display {
     Terminal terminal_;
     std::optional<Time> drawn_at_;
     ProgressMeter meter_;
+    LogParser parser_;
     ScreenContent content_;
 };
 

@@ -172,9 +172,10 @@ void Timeline::sysfs(const nlohmann::json& fields) {
 void Timeline::daemon(const Event& event) {
     const nlohmann::json& fields = event.fields;
     if (fields.contains("line")) {
-        const LogLine line = parse_log_line(fields.value("line", ""));
+        const std::string text = fields.value("line", "");
+        const LogLine line = parser_.parse(text);
         // What is left of a message that ends with a line feed of its own.
-        if (line.priority != '?' || !line.text.empty()) sink_.logged(now_, line);
+        if (!text.empty()) sink_.logged(now_, line);
         return;
     }
     if (fields.contains("started")) return open(Track::kDaemon, "runs");

@@ -109,6 +109,7 @@ class Timeline : public Observer {
 
     TimelineSink& sink_;
     Time now_{0};
+    LogParser parser_;
     std::array<std::optional<std::string>, kTracks> open_;  // the text of the span
     std::optional<Transfer> transfer_;
 };

@@ -29,6 +29,28 @@ TEST(DaemonLog, AnyOtherLineIsAllText) {
     }
 }
 
+TEST(DaemonLog, LineBehindAMessageIsTheRestOfItUnlessARuntimeEndsTheDaemon) {
+    const auto priorities = [](const std::vector<const char*>& lines) {
+        LogParser parser;
+        std::string all;
+        for (const char* line : lines) {
+            const LogLine parsed = parser.parse(line);
+            all += parsed.priority;
+            EXPECT_EQ(parsed.tag, parsed.priority == 'D' ? "tag" : "");
+        }
+        return all;
+    };
+    const char* message = "tag D 11-21 07:30:04  4603  4603 read: name";
+    EXPECT_EQ(priorities({message, "s", message, "", message}), "DDDDD");
+    EXPECT_EQ(priorities({"s", message, "s", "more"}), "?DD?");
+    for (const char* report :
+         {"a.cpp:1:2: runtime error: load of null pointer", "==46==ERROR: AddressSanitizer",
+          "*** stack smashing detected ***", "free(): invalid pointer",
+          "terminate called without an active exception"}) {
+        EXPECT_EQ(priorities({message, report, "s"}), "D??") << report;
+    }
+}
+
 TEST(DaemonLog, LinesArriveInPieces) {
     LineSplitter splitter;
     EXPECT_THAT(splitter.add("one\ntw"), ElementsAre("one"));
