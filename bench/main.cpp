@@ -76,7 +76,11 @@ int main(int argc, char** argv) {
     // For the group `instructions`, which starts this program again.
     app.add_option("--serve", server)->check(CLI::IsMember({"daemon", "bare"}))->group("");
     app.add_option("--serve-log-level", server_log_level)->group("");
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
     if (effort.is_quick) {
         effort.rounds = 1;
     }

@@ -99,7 +99,7 @@ Bytes make_answer(std::span<const uint8_t> packet, uint32_t status, uint32_t lim
 nlohmann::json describe_answer(std::span<const uint8_t> answer) {
     return {{"name", "answer to " + kind_name(header_of(answer).kind)},
             {"length", answer.size()},
-            {"status", word_at(answer, kStatusAt)},
+            {"status", static_cast<int32_t>(word_at(answer, kStatusAt))},
             {"limit", word_at(answer, kLimitAt)}};
 }
 
