@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "sim/coprocessor.h"
+#include "sim/event.h"
 #include "sim/process_usage.h"
 #include "sim/trial.h"
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/control_request.h"
 
+#include <nlohmann/json.hpp>
+
 #include "sim/behaviour.h"
 #include "sim/dfu_packet.h"
 

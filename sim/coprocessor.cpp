@@ -8,6 +8,7 @@
 
 #include "sim/control_request.h"
 #include "sim/dfu_client.h"
+#include "sim/event.h"
 #include "sim/misc_data_receiver.h"
 #include "sim/reporter.h"
 #include "sim/rma_client.h"
@@ -120,8 +121,9 @@ void Coprocessor::emit_new_state() {
     nlohmann::json state = {{"boot_mode", boot_mode_name(status_.boot_mode)},
                             {"running", status_.running},
                             {"spi_busy", status_.spi_busy}};
-    if (state == emitted_state_) return;
-    emitted_state_ = state;
+    std::string text = state.dump();
+    if (text == emitted_state_) return;
+    emitted_state_ = std::move(text);
     reporter_->emit(EventKind::kState, std::move(state));
 }
 

@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
 #include <span>
@@ -20,8 +19,8 @@
 
 #include "sim/behaviour.h"
 #include "sim/device.h"
-#include "sim/event.h"
 #include "sim/firmware_bundle.h"
+#include "sim/observer.h"
 #include "sim/reporter.h"
 
 namespace sim {
@@ -143,8 +142,8 @@ class Coprocessor : public Device {
     FirmwareBundle firmware_;
     Status status_;
     std::optional<Time> power_up_at_;
-    nlohmann::json emitted_state_;  // what the last event about the state said
-    int running_mode_;              // the mode it was loaded in, while it runs
+    std::string emitted_state_;  // the fields of the last event about the state
+    int running_mode_;           // the mode it was loaded in, while it runs
     std::unique_ptr<DfuClient> dfu_;
     std::unique_ptr<MiscDataReceiver> misc_data_;
     std::unique_ptr<RmaClient> rma_;

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "sim/event.h"
+#include "sim/observer.h"
 #include "sim/process_usage.h"
 
 namespace sim {

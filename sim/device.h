@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "sim/event.h"
+#include "sim/observer.h"
 
 namespace sim {
 

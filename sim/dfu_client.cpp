@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "sim/event.h"
+
 namespace sim {
 
 using dfu::hex;

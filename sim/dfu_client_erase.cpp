@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "sim/dfu_client.h"
+#include "sim/event.h"
 
 namespace sim {
 

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "sim/dfu_client.h"
+#include "sim/event.h"
 
 namespace sim {
 

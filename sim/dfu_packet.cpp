@@ -3,6 +3,7 @@
 
 #include <array>
 #include <map>
+#include <nlohmann/json.hpp>
 
 namespace sim::dfu {
 

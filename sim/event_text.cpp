@@ -3,6 +3,8 @@
 
 #include <cstring>
 
+#include "sim/event.h"
+
 namespace sim {
 namespace {
 

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <charconv>
 
+#include "sim/event.h"
+
 namespace sim {
 
 namespace {

@@ -8,6 +8,7 @@
 
 #include "sim/backing_files.h"
 #include "sim/chaos/dice.h"
+#include "sim/event.h"
 
 namespace sim {
 

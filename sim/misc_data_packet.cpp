@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/misc_data_packet.h"
 
+#include <nlohmann/json.hpp>
+
 namespace sim::misc {
 
 namespace {

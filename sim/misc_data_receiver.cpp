@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "sim/event.h"
+
 namespace sim {
 
 namespace {

@@ -5,6 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "sim/event.h"
+
 namespace sim {
 
 int PacketChannel::open() {

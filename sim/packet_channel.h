@@ -4,10 +4,11 @@
 #pragma once
 
 #include <deque>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <span>
 
-#include "sim/event.h"
+#include "sim/observer.h"
 #include "sim/reporter.h"
 
 namespace sim {

@@ -8,7 +8,7 @@
 #include <span>
 #include <string>
 
-#include "sim/event.h"
+#include "sim/observer.h"
 
 namespace sim {
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "sim/daemon_log.h"
+#include "sim/event.h"
 #include "sim/event_text.h"
 #include "sim/quantity_text.h"
 

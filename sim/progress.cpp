@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "sim/event.h"
+
 namespace sim {
 namespace {
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/progress_times.h"
 
+#include "sim/event.h"
+
 namespace sim {
 
 void ProgressTimes::event(const Event& event) {

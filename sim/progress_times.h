@@ -5,7 +5,7 @@
 #include <map>
 #include <optional>
 
-#include "sim/event.h"
+#include "sim/observer.h"
 
 namespace sim {
 

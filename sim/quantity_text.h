@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "sim/event.h"
+#include "sim/observer.h"
 
 namespace sim {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/event.h"
+#include "sim/observer.h"
 #include "sim/options.h"
 #include "sim/scenario.h"
 

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "sim/event.h"
+
 namespace sim {
 
 const char* event_kind_name(EventKind kind) {

@@ -2,10 +2,11 @@
 // Where the parts of the model report what happens and what the daemon does wrong.
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
-#include "sim/event.h"
+#include "sim/observer.h"
 
 namespace sim {
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "sim/event.h"
 #include "sim/rma_packet.h"
 
 namespace sim {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <vector>
 
 namespace sim::rma {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "sim/behaviour.h"
-#include "sim/event.h"
+#include "sim/observer.h"
 
 namespace sim {
 

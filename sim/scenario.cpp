@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "sim/event.h"
+
 namespace sim {
 
 namespace {

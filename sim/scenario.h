@@ -26,8 +26,8 @@
 
 #include "sim/behaviour.h"
 #include "sim/coprocessor.h"
-#include "sim/event.h"
 #include "sim/firmware_bundle.h"
+#include "sim/observer.h"
 
 namespace sim {
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/screen.h"
 
+#include "sim/event.h"
+
 namespace sim {
 namespace {
 

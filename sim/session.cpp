@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "sim/backing_files.h"
+#include "sim/event.h"
 #include "sim/served_files.h"
 #include "sim/shell_text.h"
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/soak_trial.h"
 
+#include "sim/event.h"
+
 namespace sim {
 
 using namespace std::chrono_literals;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/transcript.h"
 
+#include "sim/event.h"
+
 namespace sim {
 
 Transcript::Transcript(const std::filesystem::path& file)

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "sim/daemon_log.h"
+#include "sim/event.h"
 #include "sim/fuse_mount.h"
 #include "sim/served_files.h"
 

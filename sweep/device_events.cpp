@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "sim/channel_names.h"
+#include "sim/event.h"
 #include "sim/remote_processors.h"
 #include "sweep/device.h"
 

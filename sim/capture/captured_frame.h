@@ -25,7 +25,7 @@
 
 #include <cstdint>
 
-#include "sim/event.h"
+#include "sim/observer.h"
 
 namespace sim {
 

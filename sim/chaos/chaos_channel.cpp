@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "sim/event.h"
+
 namespace sim {
 namespace {
 

@@ -12,7 +12,7 @@
 #include <span>
 #include <string>
 
-#include "sim/event.h"
+#include "sim/observer.h"
 
 namespace sim {
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "sim/daemon_log.h"
+#include "sim/event.h"
 #include "sim/lab/device_message.h"
 #include "sim/process_usage.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/event.h"
+#include "sim/observer.h"
 
 namespace sim {
 

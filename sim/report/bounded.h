@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "sim/event.h"
+#include "sim/observer.h"
 
 namespace sim {
 

@@ -2,6 +2,7 @@
 #include "sim/report/report.h"
 
 #include <ctime>
+#include <nlohmann/json.hpp>
 #include <string_view>
 
 // The page's sources, as they are in this folder.

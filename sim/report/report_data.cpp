@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 
+#include "sim/event.h"
 #include "sim/report/report.h"
 
 namespace sim {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "sim/event.h"
 #include "sim/event_text.h"
 
 namespace sim {

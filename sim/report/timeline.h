@@ -3,13 +3,14 @@
 #pragma once
 
 #include <array>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 
 #include "sim/daemon_log.h"
-#include "sim/event.h"
+#include "sim/observer.h"
 
 namespace sim {
 

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "sim/event.h"
+
 namespace sim {
 namespace {
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "sim/event.h"
 #include "sim/report/report.h"
 
 namespace sim {

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <map>
 
+#include "sim/event.h"
 #include "tests/sim_front/temporary_directory.h"
 
 namespace sim {

@@ -6,6 +6,8 @@
 
 #include <set>
 
+#include "sim/event.h"
+
 namespace sim::test {
 namespace {
 

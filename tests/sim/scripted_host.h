@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "sim/coprocessor.h"
+#include "sim/event.h"
 #include "sim/scenario.h"
 
 namespace sim::test {

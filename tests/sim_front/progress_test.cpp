@@ -7,6 +7,7 @@
 #include <regex>
 #include <sstream>
 
+#include "sim/event.h"
 #include "sim/plain_output.h"
 #include "tests/sim/scripted_host.h"
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <sstream>
 
+#include "sim/event.h"
 #include "sim/plain_output.h"
 #include "sim/screen_text.h"
 
